@@ -1,0 +1,23 @@
+// Commands: one registration function per command of the `ombrelo` program, all
+// with one signature and listed in one table. A command parses its options, asks
+// the services for data and renders it as text or JSON; nothing else.
+#pragma once
+
+#include <CLI/CLI.hpp>
+
+namespace ombrelo {
+
+class Session;
+
+namespace commands {
+
+using Registration = void (*)(CLI::App& program, Session& session);
+
+void status(CLI::App& program, Session& session);
+void run(CLI::App& program, Session& session);
+void replay(CLI::App& program, Session& session);
+
+inline constexpr Registration all[] = {status, run, replay};
+
+} // namespace commands
+} // namespace ombrelo

@@ -1,0 +1,64 @@
+// Session: what one run of the `ombrelo` command works with: the database (opened
+// on first use, from --db, $OMBRELO_DB or the default location), the settings and
+// the clock. Commands ask it for what they need, so a command that needs no
+// database never creates one.
+#pragma once
+
+#include "storage/ActivityStore.h"
+#include "storage/Database.h"
+#include "support/Clock.h"
+#include "support/Preferences.h"
+
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <stdexcept>
+#include <string>
+
+namespace ombrelo {
+
+// A command's failure: the message printed and the exit status.
+class CommandFailure : public std::runtime_error {
+public:
+    CommandFailure(int status, const std::string& message) : std::runtime_error(message), status(status) {}
+    const int status;
+};
+
+namespace exitStatus {
+inline constexpr int success = 0;
+inline constexpr int usage = 1;
+inline constexpr int failure = 2;
+inline constexpr int newerDatabase = 3;
+} // namespace exitStatus
+
+class Session {
+public:
+    Session();
+    ~Session();
+
+    // --db PATH; takes precedence over $OMBRELO_DB.
+    std::optional<std::string> databaseOption;
+    // --json on read commands.
+    bool json = false;
+
+    std::filesystem::path databasePath() const;
+    // Opens (creating and migrating) the database. A newer file fails with exit
+    // status 3 and the alert text; any other failure with status 2 and the
+    // "cannot open" alert.
+    Database& database();
+    ActivityStore& activities();
+    Preferences& preferences() { return preferences_; }
+    Clock& clock() { return *clock_; }
+
+private:
+    Preferences preferences_;
+    Clock* clock_;
+    std::unique_ptr<Database> database_;
+    std::unique_ptr<ActivityStore> activities_;
+};
+
+// The alert shown when the database cannot be opened, in the user's language.
+std::string newerDatabaseAlert();
+std::string openFailureAlert(const std::string& detail);
+
+} // namespace ombrelo

@@ -1,0 +1,178 @@
+#include "storage/ActivityStore.h"
+
+#include "storage/DeviceMerge.h"
+
+#include <algorithm>
+#include <fmt/format.h>
+#include <unordered_map>
+
+namespace ombrelo {
+
+namespace {
+
+constexpr const char* selectColumns =
+    "SELECT id, start, end, bundle_id, app_name, title, domain, kind, path, url, device";
+
+Activity decodeRow(const Statement& row) {
+    Activity a;
+    a.id = row.int64(0);
+    a.start = row.real(1);
+    a.end = row.real(2);
+    a.bundleID = row.text(3);
+    a.appName = row.text(4).value_or("");
+    a.title = row.text(5);
+    a.domain = row.text(6);
+    a.kind = kindFromRaw(row.text(7).value_or(""));
+    a.path = row.text(8);
+    a.url = row.text(9);
+    a.device = row.text(10);
+    return a;
+}
+
+double clippedSeconds(const Activity& a, Instant from, Instant to) {
+    return std::max(0.0, std::min(a.end, to) - std::max(a.start, from));
+}
+
+} // namespace
+
+std::string likePattern(std::string_view text) {
+    std::string pattern = "%";
+    for (char c : text) {
+        if (c == '\\' || c == '%' || c == '_') pattern += '\\';
+        pattern += c;
+    }
+    return pattern + "%";
+}
+
+ActivityStore::ActivityStore(Database& db) : db_(db) { refresh(); }
+
+void ActivityStore::refresh() {
+    try {
+        Statement longest = db_.prepare("SELECT COALESCE(MAX(end - start), 0) FROM activity");
+        longest.step();
+        double found = longest.real(0);
+        bool several = db_.queryInt("SELECT COUNT(DISTINCT device) FROM activity").value_or(0) > 1;
+        longest_ = found;
+        severalDevices_ = several;
+    } catch (const DatabaseError&) {
+        longest_ = 0;
+        severalDevices_ = false;
+    }
+}
+
+std::int64_t ActivityStore::insert(const Activity& a) {
+    longest_ = std::max(longest_, a.end - a.start);
+    return db_.run("INSERT INTO activity (start, end, bundle_id, app_name, title, domain, kind, path, url)\n"
+                   "VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?)",
+                   {a.start, a.end, sqlText(a.bundleID), a.appName, sqlText(a.title), sqlText(a.domain),
+                    std::string(rawValue(a.kind)), sqlText(a.path), sqlText(a.url)});
+}
+
+void ActivityStore::updateEnd(std::int64_t id, Instant end) {
+    db_.run("UPDATE activity SET end = ? WHERE id = ?", {end, id});
+    Statement start = db_.prepare("SELECT start FROM activity WHERE id = ?", {id});
+    if (start.step()) longest_ = std::max(longest_, end - start.real(0));
+}
+
+void ActivityStore::updateDetails(const Activity& a) {
+    db_.run("UPDATE activity SET app_name = ?, title = ?, domain = ?, kind = ?, path = ?, url = ? WHERE id = ?",
+            {a.appName, sqlText(a.title), sqlText(a.domain), std::string(rawValue(a.kind)), sqlText(a.path),
+             sqlText(a.url), a.id});
+}
+
+void ActivityStore::remove(std::int64_t id) { db_.run("DELETE FROM activity WHERE id = ?", {id}); }
+
+std::vector<Activity> ActivityStore::readActivities(Statement& statement) {
+    std::vector<Activity> out;
+    while (statement.step()) out.push_back(decodeRow(statement));
+    return out;
+}
+
+std::vector<Activity> ActivityStore::recent(int limit) {
+    Statement s = db_.prepare(std::string(selectColumns) + "\nFROM activity ORDER BY start DESC LIMIT ?",
+                              {std::int64_t{limit}});
+    return readActivities(s);
+}
+
+std::optional<Activity> ActivityStore::activity(std::int64_t id) {
+    Statement s = db_.prepare(std::string(selectColumns) + " FROM activity WHERE id = ?", {id});
+    if (!s.step()) return std::nullopt;
+    return decodeRow(s);
+}
+
+std::vector<Activity> ActivityStore::activities(Instant from, Instant to) {
+    Statement s = db_.prepare(std::string(selectColumns) +
+                                  "\nFROM activity WHERE end > ? AND start < ? AND start >= ? ORDER BY start",
+                              {from, to, lowerBound(from)});
+    return readActivities(s);
+}
+
+double ActivityStore::activeSeconds(Instant from, Instant to) {
+    if (severalDevices_) {
+        double total = 0;
+        for (const Activity& a : mergeDevices(activities(from, to)))
+            if (a.kind != Activity::Kind::idle) total += clippedSeconds(a, from, to);
+        return total;
+    }
+    Statement s = db_.prepare("SELECT COALESCE(SUM(MIN(end, ?) - MAX(start, ?)), 0)\n"
+                              "FROM activity WHERE kind != 'idle' AND end > ? AND start < ? AND start >= ?",
+                              {to, from, from, to, lowerBound(from)});
+    s.step();
+    return s.real(0);
+}
+
+std::vector<AppTotal> ActivityStore::appTotals(Instant from, Instant to) {
+    std::vector<AppTotal> totals;
+    if (severalDevices_) {
+        std::unordered_map<std::string, std::size_t> byName;
+        for (const Activity& a : mergeDevices(activities(from, to))) {
+            if (a.kind != Activity::Kind::app) continue;
+            auto [it, added] = byName.try_emplace(a.appName, totals.size());
+            if (added) totals.push_back({a.appName, std::nullopt, 0});
+            AppTotal& total = totals[it->second];
+            total.seconds += clippedSeconds(a, from, to);
+            if (a.bundleID) total.bundleID = a.bundleID;
+        }
+        std::stable_sort(totals.begin(), totals.end(),
+                         [](const AppTotal& a, const AppTotal& b) { return a.seconds > b.seconds; });
+        return totals;
+    }
+    Statement s = db_.prepare("SELECT app_name, MAX(bundle_id), SUM(MIN(end, ?) - MAX(start, ?)) AS seconds\n"
+                              "FROM activity WHERE kind = 'app' AND end > ? AND start < ? AND start >= ?\n"
+                              "GROUP BY app_name ORDER BY seconds DESC",
+                              {to, from, from, to, lowerBound(from)});
+    while (s.step()) totals.push_back({s.text(0).value_or(""), s.text(1), s.real(2)});
+    return totals;
+}
+
+std::vector<Activity> ActivityStore::search(std::string_view text, Instant from, Instant to, int limit) {
+    std::string pattern = likePattern(text);
+    Statement s = db_.prepare(
+        std::string(selectColumns) +
+            " FROM activity\n"
+            "WHERE end > ? AND start < ? AND start >= ? AND kind != 'idle'\n"
+            "  AND (app_name LIKE ? ESCAPE '\\' OR title LIKE ? ESCAPE '\\' OR domain LIKE ? ESCAPE '\\'\n"
+            "       OR path LIKE ? ESCAPE '\\' OR url LIKE ? ESCAPE '\\')\n"
+            "ORDER BY start DESC LIMIT ?",
+        {from, to, lowerBound(from), pattern, pattern, pattern, pattern, pattern, std::int64_t{limit}});
+    return readActivities(s);
+}
+
+std::string ActivityStore::fingerprint(Instant from, Instant to) {
+    Statement s = db_.prepare(
+        "SELECT COUNT(*), COALESCE(SUM(end), 0), COALESCE(SUM(LENGTH(app_name) + LENGTH(COALESCE(title, '')) + "
+        "LENGTH(kind)), 0)\nFROM activity WHERE end > ? AND start < ? AND start >= ?",
+        {from, to, lowerBound(from)});
+    s.step();
+    // {} prints the shortest text that reads back as the same double, so any
+    // change of an end shows.
+    return fmt::format("{}-{}-{}", s.int64(0), s.real(1), s.int64(2));
+}
+
+std::optional<Instant> ActivityStore::firstStart() {
+    Statement s = db_.prepare("SELECT MIN(start) FROM activity");
+    if (!s.step()) return std::nullopt;
+    return s.optionalReal(0);
+}
+
+} // namespace ombrelo

@@ -1,0 +1,74 @@
+// ActivityStore: the only code that reads and writes the `activity` table. The
+// capture loop inserts and extends rows through it; views, reports and agent
+// tools read ranges, totals and searches.
+//
+// Range reads use the `activity_start` index with a lower bound: a row that
+// overlaps [from, to) started no earlier than from − longest, where `longest` is
+// the longest row in the table. insert and updateEnd raise `longest` as rows grow
+// and refresh recomputes it, so the bound is never too small and no overlapping
+// row is missed.
+//
+// Every operation throws DatabaseError on a SQLite failure, except refresh.
+// Main loop thread only.
+#pragma once
+
+#include "storage/Activity.h"
+#include "storage/Database.h"
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace ombrelo {
+
+class ActivityStore {
+public:
+    explicit ActivityStore(Database& db);
+
+    Database& database() { return db_; }
+
+    // Recomputes `longest` and `severalDevices` from the table; on failure they
+    // fall back to 0 and false, and nothing is thrown.
+    void refresh();
+
+    double longest() const { return longest_; }
+    // True when the table holds activities from more than one device.
+    bool severalDevices() const { return severalDevices_; }
+
+    // Returns the new row id.
+    std::int64_t insert(const Activity& activity);
+    void updateEnd(std::int64_t id, Instant end);
+    // Rewrites application, title, site, kind, path and address; times untouched.
+    void updateDetails(const Activity& activity);
+    void remove(std::int64_t id);
+
+    std::vector<Activity> recent(int limit);
+    std::optional<Activity> activity(std::int64_t id);
+    // Every activity overlapping [from, to), whole (not clipped), by start.
+    std::vector<Activity> activities(Instant from, Instant to);
+    // Non-idle time overlapping [from, to), clipped to it.
+    double activeSeconds(Instant from, Instant to);
+    // Clipped seconds of `app` rows per application name, largest first.
+    std::vector<AppTotal> appTotals(Instant from, Instant to);
+    // Non-idle activities whose application, title, site, path or address
+    // contain `text` (ASCII case-insensitive, `%` and `_` literal), newest first.
+    std::vector<Activity> search(std::string_view text, Instant from, Instant to, int limit);
+    // Changes whenever a row of the range is added, removed, extended, retitled
+    // or rekinded; equal strings mean the range is unchanged.
+    std::string fingerprint(Instant from, Instant to);
+    std::optional<Instant> firstStart();
+
+private:
+    double lowerBound(Instant from) const { return from - longest_ - 1; }
+    std::vector<Activity> readActivities(Statement& statement);
+
+    Database& db_;
+    double longest_ = 0;
+    bool severalDevices_ = false;
+};
+
+// The LIKE pattern that matches `text` literally anywhere, escaped with "\".
+std::string likePattern(std::string_view text);
+
+} // namespace ombrelo

@@ -1,0 +1,231 @@
+#include "storage/Database.h"
+
+#include "storage/PendingRestore.h"
+#include "storage/Schema.h"
+#include "support/Clock.h"
+#include "support/Log.h"
+
+#include <cstdlib>
+#include <sqlite3.h>
+#include <unistd.h>
+
+namespace ombrelo {
+
+namespace fs = std::filesystem;
+
+// ---- Statement -------------------------------------------------------------
+
+Statement::~Statement() { sqlite3_finalize(statement_); }
+
+Statement::Statement(Statement&& other) noexcept : db_(other.db_), statement_(other.statement_) {
+    other.statement_ = nullptr;
+}
+
+bool Statement::step() {
+    int result = sqlite3_step(statement_);
+    if (result == SQLITE_ROW) return true;
+    if (result == SQLITE_DONE) return false;
+    throw DatabaseError(sqlite3_errmsg(db_));
+}
+
+int Statement::columnCount() const { return sqlite3_column_count(statement_); }
+
+std::string Statement::columnName(int column) const { return sqlite3_column_name(statement_, column); }
+
+bool Statement::isNull(int column) const { return sqlite3_column_type(statement_, column) == SQLITE_NULL; }
+
+std::int64_t Statement::int64(int column) const { return sqlite3_column_int64(statement_, column); }
+
+double Statement::real(int column) const { return sqlite3_column_double(statement_, column); }
+
+std::optional<std::string> Statement::text(int column) const {
+    const unsigned char* text = sqlite3_column_text(statement_, column);
+    if (!text) return std::nullopt;
+    return std::string(reinterpret_cast<const char*>(text), sqlite3_column_bytes(statement_, column));
+}
+
+std::optional<std::int64_t> Statement::optionalInt64(int column) const {
+    if (isNull(column)) return std::nullopt;
+    return int64(column);
+}
+
+std::optional<double> Statement::optionalReal(int column) const {
+    if (isNull(column)) return std::nullopt;
+    return real(column);
+}
+
+SQLValue Statement::value(int column) const {
+    switch (sqlite3_column_type(statement_, column)) {
+    case SQLITE_INTEGER: return int64(column);
+    case SQLITE_FLOAT: return real(column);
+    case SQLITE_NULL: return nullptr;
+    default: return *text(column);  // TEXT, and BLOB read as bytes
+    }
+}
+
+// ---- Database --------------------------------------------------------------
+
+namespace {
+
+bool isInstalledReleaseBuild() {
+#ifdef OMBRELO_RELEASE_BUILD
+    std::error_code error;
+    fs::path executable = fs::read_symlink("/proc/self/exe", error);
+    return !error && executable.parent_path() == fs::path(OMBRELO_INSTALL_BINDIR);
+#else
+    return false;
+#endif
+}
+
+fs::path dataHome() {
+    const char* data = std::getenv("XDG_DATA_HOME");
+    if (data && *data) return data;
+    const char* home = std::getenv("HOME");
+    return fs::path(home ? home : ".") / ".local" / "share";
+}
+
+} // namespace
+
+fs::path Database::defaultURL() {
+    if (const char* override = std::getenv("OMBRELO_DB"); override && *override) return override;
+    return dataHome() / "ombrelo" / (isInstalledReleaseBuild() ? "ombrelo.sqlite" : "ombrelo-dev.sqlite");
+}
+
+Database::Database(const fs::path& path) : path_(path) {
+    auto log = Log::get("database");
+    if (path_.has_parent_path()) fs::create_directories(path_.parent_path());
+
+    RestoreResult restore = applyPendingRestore(path_, Clock::system().now());
+    if (restore.outcome == RestoreOutcome::restored)
+        log->info("Sauvegarde restaurée : {}", path_.string());
+    else if (restore.outcome == RestoreOutcome::failed)
+        log->error("Restauration impossible : {}", restore.message);
+
+    open();
+    try {
+        std::int64_t version = userVersion();
+        if (version > schemaVersion) {
+            sqlite3_close(db_);
+            db_ = nullptr;
+            log->error("Base d'une version plus récente de Ombrelo ({}) : non ouverte", version);
+            throw NewerDatabaseError(version, schemaVersion);
+        }
+        execute("PRAGMA journal_mode = WAL; PRAGMA foreign_keys = ON;");
+        migrate(*this);
+    } catch (...) {
+        if (db_) sqlite3_close(db_);
+        db_ = nullptr;
+        throw;
+    }
+    log->info("Base ouverte : {}", path_.string());
+}
+
+void Database::open() {
+    // Opening read-only first would not help: SQLite writes nothing until asked,
+    // and the version is read before any pragma that could write.
+    int result = sqlite3_open_v2(path_.c_str(), &db_, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
+    if (result != SQLITE_OK) {
+        sqlite3_close(db_);
+        db_ = nullptr;
+        throw DatabaseError("Impossible d'ouvrir la base : " + path_.string());
+    }
+    sqlite3_busy_timeout(db_, 2000);
+}
+
+Database::~Database() { sqlite3_close(db_); }
+
+void Database::fail() const { throw DatabaseError(db_ ? sqlite3_errmsg(db_) : ""); }
+
+Statement Database::prepare(std::string_view sql, const std::vector<SQLValue>& values) {
+    sqlite3_stmt* raw = nullptr;
+    int result = sqlite3_prepare_v2(db_, sql.data(), static_cast<int>(sql.size()), &raw, nullptr);
+    if (result != SQLITE_OK || !raw) {
+        sqlite3_finalize(raw);
+        fail();
+    }
+    Statement statement(db_, raw);
+    int index = 1;
+    for (const SQLValue& value : values) {
+        int bound = std::visit(
+            [&](const auto& v) -> int {
+                using T = std::decay_t<decltype(v)>;
+                if constexpr (std::is_same_v<T, std::int64_t>) return sqlite3_bind_int64(raw, index, v);
+                else if constexpr (std::is_same_v<T, double>) return sqlite3_bind_double(raw, index, v);
+                else if constexpr (std::is_same_v<T, std::string>)
+                    return sqlite3_bind_text(raw, index, v.c_str(), static_cast<int>(v.size()), SQLITE_TRANSIENT);
+                else return sqlite3_bind_null(raw, index);
+            },
+            value);
+        if (bound != SQLITE_OK) fail();
+        ++index;
+    }
+    return statement;
+}
+
+std::int64_t Database::run(std::string_view sql, const std::vector<SQLValue>& values) {
+    Statement statement = prepare(sql, values);
+    if (statement.step()) throw DatabaseError("statement returned rows: " + std::string(sql));
+    return sqlite3_last_insert_rowid(db_);
+}
+
+void Database::execute(std::string_view sql) {
+    char* message = nullptr;
+    std::string script(sql);
+    if (sqlite3_exec(db_, script.c_str(), nullptr, nullptr, &message) != SQLITE_OK) {
+        std::string description = message ? message : "";
+        sqlite3_free(message);
+        throw DatabaseError(description);
+    }
+}
+
+std::vector<std::map<std::string, SQLValue>> Database::dump(std::string_view table) {
+    Statement statement = prepare("SELECT * FROM " + std::string(table));
+    std::vector<std::map<std::string, SQLValue>> rows;
+    while (statement.step()) {
+        auto& row = rows.emplace_back();
+        for (int column = 0; column < statement.columnCount(); ++column)
+            if (!statement.isNull(column)) row.emplace(statement.columnName(column), statement.value(column));
+    }
+    return rows;
+}
+
+std::optional<std::int64_t> Database::queryInt(std::string_view sql, const std::vector<SQLValue>& values) {
+    Statement statement = prepare(sql, values);
+    if (!statement.step()) return std::nullopt;
+    return statement.optionalInt64(0);
+}
+
+std::int64_t Database::userVersion() { return queryInt("PRAGMA user_version").value_or(0); }
+
+int Database::changes() const { return sqlite3_changes(db_); }
+
+bool Database::inTransaction() const { return db_ && sqlite3_get_autocommit(db_) == 0; }
+
+// ---- Transaction -----------------------------------------------------------
+
+Transaction::Transaction(Database& db) : db_(db) {
+    static int depth = 0;
+    if (db_.inTransaction()) {
+        savepoint_ = "ombrelo_" + std::to_string(++depth);
+        db_.execute("SAVEPOINT " + savepoint_);
+    } else {
+        db_.execute("BEGIN");
+    }
+}
+
+Transaction::~Transaction() {
+    if (done_) return;
+    try {
+        if (savepoint_.empty()) db_.execute("ROLLBACK");
+        else db_.execute("ROLLBACK TO " + savepoint_ + "; RELEASE " + savepoint_);
+    } catch (const DatabaseError&) {
+        // The transaction may already be gone (SQLite rolls back on some errors).
+    }
+}
+
+void Transaction::commit() {
+    db_.execute(savepoint_.empty() ? "COMMIT" : "RELEASE " + savepoint_);
+    done_ = true;
+}
+
+} // namespace ombrelo

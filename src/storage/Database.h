@@ -1,0 +1,137 @@
+// Database: the one SQLite connection of the process, to the single file that
+// holds everything Ombrelo records. Opening locates the file, refuses a file from
+// a newer version without writing to it, and migrates older files step by step
+// to the current schema. Every store holds a reference to the same Database and
+// writes its own SQL through prepare/run/execute.
+//
+// Lives on the main loop's thread; not thread-safe. Other processes may open the
+// same file: WAL and a 2 s busy timeout make that safe.
+#pragma once
+
+#include "storage/Errors.h"
+
+#include <cstdint>
+#include <filesystem>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <variant>
+#include <vector>
+
+struct sqlite3;
+struct sqlite3_stmt;
+
+namespace ombrelo {
+
+// A value bound to a statement parameter: 64-bit integer, double, UTF-8 text or
+// NULL.
+using SQLValue = std::variant<std::int64_t, double, std::string, std::nullptr_t>;
+
+inline SQLValue sqlText(const std::optional<std::string>& text) {
+    return text ? SQLValue(*text) : SQLValue(nullptr);
+}
+inline SQLValue sqlInt(const std::optional<std::int64_t>& value) {
+    return value ? SQLValue(*value) : SQLValue(nullptr);
+}
+
+// A prepared statement, finalized when it goes out of scope.
+class Statement {
+public:
+    Statement(sqlite3* db, sqlite3_stmt* statement) : db_(db), statement_(statement) {}
+    ~Statement();
+    Statement(Statement&& other) noexcept;
+    Statement(const Statement&) = delete;
+    Statement& operator=(const Statement&) = delete;
+    Statement& operator=(Statement&&) = delete;
+
+    // Advances to the next row: true when a row is available, false when done.
+    // Throws DatabaseError on any other result.
+    bool step();
+
+    int columnCount() const;
+    std::string columnName(int column) const;
+    bool isNull(int column) const;
+    std::int64_t int64(int column) const;
+    double real(int column) const;
+    // NULL reads as absent.
+    std::optional<std::string> text(int column) const;
+    std::optional<std::int64_t> optionalInt64(int column) const;
+    std::optional<double> optionalReal(int column) const;
+    // The column as a SQLValue of its storage class.
+    SQLValue value(int column) const;
+
+private:
+    sqlite3* db_;
+    sqlite3_stmt* statement_;
+};
+
+class Database {
+public:
+    static constexpr std::int64_t schemaVersion = 9;
+
+    // The database file: $OMBRELO_DB when set; otherwise
+    // $XDG_DATA_HOME/ombrelo/ombrelo.sqlite for an installed release build and
+    // ombrelo-dev.sqlite for every other build, so development never touches the
+    // user's real data.
+    static std::filesystem::path defaultURL();
+
+    // Opens or creates the database at `path` and migrates it to schemaVersion.
+    // Throws std::filesystem::filesystem_error when the folder cannot be made,
+    // DatabaseError when SQLite fails, NewerDatabaseError for a newer file (then
+    // left byte for byte as it was).
+    explicit Database(const std::filesystem::path& path);
+    ~Database();
+    Database(const Database&) = delete;
+    Database& operator=(const Database&) = delete;
+
+    const std::filesystem::path& path() const { return path_; }
+
+    // Compiles one statement and binds `values` to parameters 1, 2, …
+    Statement prepare(std::string_view sql, const std::vector<SQLValue>& values = {});
+    // Prepares and steps once; the statement must finish. Returns the last
+    // inserted row id.
+    std::int64_t run(std::string_view sql, const std::vector<SQLValue>& values = {});
+    // Runs a script of one or more statements.
+    void execute(std::string_view sql);
+    // Every row of a table, each as column → value; NULL columns are left out.
+    std::vector<std::map<std::string, SQLValue>> dump(std::string_view table);
+
+    // The first column of the first row, or absent when there is no row or it is NULL.
+    std::optional<std::int64_t> queryInt(std::string_view sql, const std::vector<SQLValue>& values = {});
+
+    // "PRAGMA user_version" (no row counts as 0).
+    std::int64_t userVersion();
+    // Rows changed by the last statement.
+    int changes() const;
+    // True while a transaction is open on this connection.
+    bool inTransaction() const;
+
+private:
+    void open();
+    [[noreturn]] void fail() const;
+
+    std::filesystem::path path_;
+    sqlite3* db_ = nullptr;
+};
+
+// A transaction that rolls back unless committed. At the outermost level it is
+// "BEGIN" … "COMMIT" / "ROLLBACK"; inside another transaction it becomes a
+// savepoint, so a store's transaction can run inside a larger one (replay keeps a
+// whole session in one).
+class Transaction {
+public:
+    explicit Transaction(Database& db);
+    ~Transaction();
+    Transaction(const Transaction&) = delete;
+    Transaction& operator=(const Transaction&) = delete;
+
+    void commit();
+
+private:
+    Database& db_;
+    std::string savepoint_;  // empty at the outermost level
+    bool done_ = false;
+};
+
+} // namespace ombrelo

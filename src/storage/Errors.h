@@ -1,0 +1,29 @@
+// The storage layer's error vocabulary. Every SQLite failure becomes a
+// DatabaseError carrying SQLite's message; a file written by a newer version of
+// the program is refused with NewerDatabaseError before anything touches it.
+#pragma once
+
+#include <cstdint>
+#include <stdexcept>
+#include <string>
+
+namespace ombrelo {
+
+class DatabaseError : public std::runtime_error {
+public:
+    // An empty message becomes "erreur inconnue".
+    explicit DatabaseError(const std::string& description)
+        : std::runtime_error(description.empty() ? "erreur inconnue" : description) {}
+    std::string description() const { return what(); }
+};
+
+class NewerDatabaseError : public std::runtime_error {
+public:
+    NewerDatabaseError(std::int64_t found, std::int64_t known)
+        : std::runtime_error("schema " + std::to_string(found) + " > " + std::to_string(known)), version(found) {}
+    std::string description() const { return what(); }
+
+    const std::int64_t version;
+};
+
+} // namespace ombrelo

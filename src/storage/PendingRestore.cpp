@@ -1,0 +1,7 @@
+#include "storage/PendingRestore.h"
+
+namespace ombrelo {
+
+RestoreResult applyPendingRestore(const std::filesystem::path&, Instant) { return {}; }
+
+} // namespace ombrelo

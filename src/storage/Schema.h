@@ -1,0 +1,26 @@
+// Schema: the numbered migration steps that bring a database file from any older
+// version to Database::schemaVersion. Each step runs in its own transaction and
+// sets user_version inside it, so a failed step leaves the file at the previous
+// version and the next opening resumes there.
+#pragma once
+
+#include <cstdint>
+
+namespace ombrelo {
+
+class Database;
+
+// Runs every step above the file's user_version. Throws DatabaseError from the
+// first failing step, after rolling that step back.
+void migrate(Database& db);
+
+// Runs one step (1 … schemaVersion) inside its own transaction; for tests that
+// build files of older versions.
+void migrateStep(Database& db, std::int64_t step);
+
+// Step 9: the identifiers, modification times, outbox and change triggers that
+// synchronisation between the user's machines relies on. REQUIRES: inside the
+// step's transaction.
+void createSyncSchema(Database& db);
+
+} // namespace ombrelo

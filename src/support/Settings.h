@@ -1,0 +1,31 @@
+// Settings: the preference keys the program reads, with their defaults.
+#pragma once
+
+#include "support/Preferences.h"
+
+namespace ombrelo::settings {
+
+// Interface language: "fr" selects French, any other value English; unset, the
+// locale environment decides.
+inline const PreferenceKey<std::string> language{"language", ""};
+inline const PreferenceKey<std::string> currency{"currency", ""};
+
+// Capture loop.
+inline const PreferenceKey<double> idleSeconds{"idleSeconds", 300};
+inline const PreferenceKey<bool> workHoursEnabled{"workHoursEnabled", false};
+inline const PreferenceKey<std::int64_t> workHoursStart{"workHoursStart", 8};
+inline const PreferenceKey<std::int64_t> workHoursEnd{"workHoursEnd", 19};
+inline const PreferenceKey<std::vector<std::int64_t>> workDays{"workDays", {2, 3, 4, 5, 6}};
+inline constexpr const char* pausedUntil = "pausedUntil";  // seconds since 1970; absent = not paused
+
+// Privacy: time in these is recorded as private, without title, site or path.
+inline const PreferenceKey<std::vector<std::string>> privateApps{"privateApps", {}};
+inline const PreferenceKey<std::vector<std::string>> privateDomains{"privateDomains", {}};
+inline const PreferenceKey<std::vector<std::string>> privateTitleWords{"privateTitleWords", {}};
+
+// The active project ("Projet en cours").
+inline constexpr const char* activeProject = "activeProject";            // project id
+inline constexpr const char* activeProjectSince = "activeProjectSince";  // seconds since 1970
+inline constexpr const char* activeProjectNote = "activeProjectNote";
+
+} // namespace ombrelo::settings
