@@ -20,7 +20,7 @@ namespace ombrelo {
 // A command's failure: the message printed and the exit status.
 class CommandFailure : public std::runtime_error {
 public:
-    CommandFailure(int status, const std::string& message) : std::runtime_error(message), status(status) {}
+    CommandFailure(int exitStatus, const std::string& message) : std::runtime_error(message), status(exitStatus) {}
     const int status;
 };
 

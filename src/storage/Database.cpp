@@ -91,7 +91,9 @@ fs::path Database::defaultURL() {
     return dataHome() / "ombrelo" / (isInstalledReleaseBuild() ? "ombrelo.sqlite" : "ombrelo-dev.sqlite");
 }
 
-Database::Database(const fs::path& path) : path_(path) {
+Database::Database(const fs::path& path) : Database(path, schemaVersion) {}
+
+Database::Database(const fs::path& path, std::int64_t targetVersion) : path_(path) {
     auto log = Log::get("database");
     if (path_.has_parent_path()) fs::create_directories(path_.parent_path());
 
@@ -103,15 +105,15 @@ Database::Database(const fs::path& path) : path_(path) {
 
     open();
     try {
-        std::int64_t version = userVersion();
-        if (version > schemaVersion) {
+        std::int64_t found = userVersion();
+        if (found > schemaVersion) {
             sqlite3_close(db_);
             db_ = nullptr;
-            log->error("Base d'une version plus récente de Ombrelo ({}) : non ouverte", version);
-            throw NewerDatabaseError(version, schemaVersion);
+            log->error("Base d'une version plus récente de Ombrelo ({}) : non ouverte", found);
+            throw NewerDatabaseError(found, schemaVersion);
         }
         execute("PRAGMA journal_mode = WAL; PRAGMA foreign_keys = ON;");
-        migrate(*this);
+        migrate(*this, targetVersion);
     } catch (...) {
         if (db_) sqlite3_close(db_);
         db_ = nullptr;

@@ -82,6 +82,11 @@ public:
     // left byte for byte as it was).
     explicit Database(const std::filesystem::path& path);
     ~Database();
+
+    // For testing: opens like the constructor above but migrates only up to
+    // `version`, to make files of older versions.
+    Database(const std::filesystem::path& path, std::int64_t targetVersion);
+
     Database(const Database&) = delete;
     Database& operator=(const Database&) = delete;
 

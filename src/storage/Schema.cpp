@@ -153,9 +153,9 @@ void migrateStep(Database& db, std::int64_t step) {
     }
 }
 
-void migrate(Database& db) {
+void migrate(Database& db, std::int64_t target) {
     std::int64_t current = std::max<std::int64_t>(db.userVersion(), 0);
-    for (std::int64_t step = current + 1; step <= Database::schemaVersion; ++step) migrateStep(db, step);
+    for (std::int64_t step = current + 1; step <= target; ++step) migrateStep(db, step);
 }
 
 } // namespace ombrelo

@@ -10,9 +10,9 @@ namespace ombrelo {
 
 class Database;
 
-// Runs every step above the file's user_version. Throws DatabaseError from the
-// first failing step, after rolling that step back.
-void migrate(Database& db);
+// Runs every step above the file's user_version up to `target`. Throws
+// DatabaseError from the first failing step, after rolling that step back.
+void migrate(Database& db, std::int64_t target);
 
 // Runs one step (1 … schemaVersion) inside its own transaction; for tests that
 // build files of older versions.

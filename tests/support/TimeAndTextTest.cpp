@@ -1,0 +1,60 @@
+#include "support/Fold.h"
+#include "support/L10n.h"
+#include "support/LocalTime.h"
+#include "support/Preferences.h"
+#include "testing/TestSupport.h"
+
+#include <gtest/gtest.h>
+
+namespace ombrelo {
+namespace {
+
+TEST(LocalTime, DaysFollowTheCalendarAcrossDaylightSaving) {
+    testing::ScopedTimeZone paris("Europe/Paris");
+    Instant march29 = local::make(2026, 3, 29);  // clocks go forward: a 23-hour day
+    EXPECT_EQ(local::addDays(march29, 1) - march29, 23 * 3600);
+    Instant october25 = local::make(2026, 10, 25);  // back: 25 hours
+    EXPECT_EQ(local::addDays(october25, 1) - october25, 25 * 3600);
+    EXPECT_EQ(local::startOfDay(october25 + 20 * 3600), october25);
+    EXPECT_EQ(local::weekday(local::make(2026, 10, 21)), 4);  // a Wednesday
+    EXPECT_EQ(local::startOfWeek(local::make(2026, 10, 21, 15), 2), local::make(2026, 10, 19));
+    EXPECT_EQ(local::startOfWeek(local::make(2026, 10, 21, 15), 1), local::make(2026, 10, 18));
+    EXPECT_EQ(local::addMonths(local::make(2026, 12, 1), 1), local::make(2027, 1, 1));
+}
+
+TEST(LocalTime, ParsesOnlyRealDates) {
+    testing::ScopedTimeZone newYork("America/New_York");
+    EXPECT_EQ(local::parseDay("2026-10-05"), local::make(2026, 10, 5));
+    EXPECT_EQ(local::parseDateTime("2026-10-05T09:30"), local::make(2026, 10, 5, 9, 30));
+    EXPECT_EQ(local::parseDateTime("2026-10-05T09:30:15"), local::make(2026, 10, 5, 9, 30, 15));
+    for (const char* bad : {"2026-02-30", "2026-13-01", "2026-1-05", "20261005", "", "2026-10-05x"})
+        EXPECT_FALSE(local::parseDay(bad)) << bad;
+    for (const char* bad : {"2026-10-05T24:00", "2026-10-05 09:30", "2026-10-05T9:30", "2026-10-05T09:60"})
+        EXPECT_FALSE(local::parseDateTime(bad)) << bad;
+    EXPECT_EQ(local::formatDateTime(local::make(2026, 10, 5, 9, 3, 7)), "2026-10-05T09:03:07");
+}
+
+TEST(Fold, IgnoresCaseAndAccents) {
+    EXPECT_EQ(fold("Réunion Dupont — Devis 42"), fold("REUNION DUPONT — devis 42"));
+    EXPECT_EQ(fold("Éléphant"), "elephant");
+    EXPECT_EQ(fold("GitHub"), "github");
+    EXPECT_EQ(trim("  a b \n"), "a b");
+    EXPECT_EQ(trim(" \t"), "");
+}
+
+TEST(L10n, SettingBeatsLocaleAndOnlyFrenchIsFrench) {
+    testing::TempDir dir;
+    Preferences prefs(dir / "settings.json");
+    ::setenv("LANG", "fr_FR.UTF-8", 1);
+    ::unsetenv("LC_ALL");
+    ::unsetenv("LC_MESSAGES");
+    EXPECT_EQ(L10n::resolve(prefs), "fr");
+    prefs.set("language", std::string("de"));
+    EXPECT_EQ(L10n::resolve(prefs), "de");
+    testing::ScopedLanguage german("de");
+    EXPECT_FALSE(L10n::french());
+    EXPECT_EQ(L10n::text("oui", "yes"), "yes");
+}
+
+} // namespace
+} // namespace ombrelo
