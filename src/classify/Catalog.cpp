@@ -1,0 +1,291 @@
+// The store half of Catalog: lists, writes, seeding and the choice of the best
+// rule. Classification and corrections are in CatalogAssignments.cpp.
+#include "classify/Catalog.h"
+
+#include "classify/DefaultCatalog.h"
+#include "storage/Database.h"
+#include "support/Browsers.h"
+#include "support/Log.h"
+
+#include <cstring>
+#include <map>
+
+namespace ombrelo {
+
+namespace {
+
+#if defined(__linux__)
+constexpr bool linuxDesktop = true;
+#else
+constexpr bool linuxDesktop = false;
+#endif
+
+// Past this many distinct activity texts the match cache starts over, so a
+// long-running tracker's memory stays bounded.
+constexpr std::size_t matchCacheLimit = 200'000;
+
+Category readCategory(Statement& row) {
+    return {row.int64(0), row.text(1).value_or(""), row.text(2).value_or(""), row.text(3).value_or(""),
+            row.optionalInt64(4).value_or(0) != 0};
+}
+
+// Damaged columns read as "nothing": an unknown field as `app`, an unknown
+// operator as a simple rule, undecodable conditions, hours or days as absent.
+Rule readRule(Statement& row) {
+    Rule rule;
+    rule.id = row.int64(0);
+    rule.field = fieldFromRaw(row.text(1).value_or("")).value_or(Rule::Field::app);
+    rule.pattern = row.text(2).value_or("");
+    rule.categoryID = row.optionalInt64(3);
+    rule.projectID = row.optionalInt64(4);
+    if (auto op = row.text(5)) rule.op = operatorFromRaw(*op);
+    rule.conditions = decodeConditions(row.text(6));
+    std::tie(rule.startMinute, rule.endMinute) = decodeHours(row.text(7));
+    rule.weekdays = decodeWeekdays(row.text(8));
+    return rule;
+}
+
+std::vector<SQLValue> ruleValues(const Rule& rule) {
+    return {std::string(rawValue(rule.field)),
+            rule.pattern,
+            sqlInt(rule.categoryID),
+            sqlInt(rule.projectID),
+            rule.op ? SQLValue(std::string(rawValue(*rule.op))) : SQLValue(nullptr),
+            sqlText(encodeConditions(rule.conditions)),
+            sqlText(encodeHours(rule.startMinute, rule.endMinute)),
+            sqlText(encodeWeekdays(rule.weekdays))};
+}
+
+void appendKeyPart(std::string& key, const std::optional<std::string>& value) {
+    if (!value) {
+        key += '\0';
+        return;
+    }
+    // Length-prefixed, so no text can imitate another split of the fields.
+    std::uint32_t size = static_cast<std::uint32_t>(value->size());
+    key += '\1';
+    key.append(reinterpret_cast<const char*>(&size), sizeof size);
+    key += *value;
+}
+
+} // namespace
+
+Catalog::Catalog() : log_(Log::get("catalog")) {}
+
+Catalog::Catalog(Database& db) : db_(&db), log_(Log::get("catalog")) {
+    seedIfNeeded();
+    reload();
+}
+
+Catalog::~Catalog() = default;
+
+bool Catalog::reload() {
+    if (!db_) return true;
+    try {
+        std::vector<Category> categories;
+        Statement categoryRows = db_->prepare("SELECT id, name, color, symbol, is_distraction FROM category ORDER BY id");
+        while (categoryRows.step()) categories.push_back(readCategory(categoryRows));
+
+        std::vector<Rule> rules;
+        Statement ruleRows = db_->prepare(
+            "SELECT id, field, pattern, category_id, project_id, operator, conditions, hours, weekdays FROM rule ORDER BY id");
+        while (ruleRows.step()) rules.push_back(readRule(ruleRows));
+
+        categories_ = std::move(categories);
+        categoryIndex_.clear();
+        for (std::size_t i = 0; i < categories_.size(); ++i) categoryIndex_[categories_[i].id] = i;
+        if (rules != rules_) {
+            rules_ = std::move(rules);
+            matchers_.clear();
+            matchers_.reserve(rules_.size());
+            for (const Rule& rule : rules_) matchers_.emplace_back(rule);
+            matchCache_.clear();
+        }
+        return true;
+    } catch (const DatabaseError& error) {
+        lastError_ = error.description();
+        log_->error("Lecture impossible : {}", error.description());
+        return false;
+    }
+}
+
+void Catalog::failed(std::string_view format, const std::string& description) {
+    lastError_ = description;
+    log_->error(fmt::runtime(format), description);
+}
+
+bool Catalog::write(const std::function<void()>& body, std::string_view failureFormat) {
+    if (!db_) {
+        lastError_ = "no database";
+        return false;
+    }
+    try {
+        body();
+        lastError_.reset();
+        reload();
+        return true;
+    } catch (const DatabaseError& error) {
+        failed(failureFormat, error.description());
+        reload();
+        return false;
+    }
+}
+
+std::optional<std::int64_t> Catalog::save(const Category& category) {
+    std::int64_t id = category.id;
+    std::vector<SQLValue> values{category.name, category.color, category.symbol,
+                                 std::int64_t(category.isDistraction ? 1 : 0)};
+    bool ok = write(
+        [&] {
+            if (id == 0) {
+                id = db_->run("INSERT INTO category (name, color, symbol, is_distraction) VALUES (?, ?, ?, ?)", values);
+            } else {
+                values.push_back(id);
+                db_->run("UPDATE category SET name = ?, color = ?, symbol = ?, is_distraction = ? WHERE id = ?", values);
+            }
+        },
+        "Écriture impossible : {}");
+    return ok ? std::optional(id) : std::nullopt;
+}
+
+bool Catalog::remove(const Category& category) {
+    return write([&] { db_->run("DELETE FROM category WHERE id = ?", {category.id}); }, "Écriture impossible : {}");
+}
+
+std::optional<std::int64_t> Catalog::save(const Rule& rule) {
+    Rule normalized = rule.normalized();
+    std::int64_t id = normalized.id;
+    std::vector<SQLValue> values = ruleValues(normalized);
+    bool ok = write(
+        [&] {
+            if (id == 0) {
+                id = db_->run("INSERT INTO rule (field, pattern, category_id, project_id, operator, conditions, hours, weekdays)\n"
+                              "VALUES (?, ?, ?, ?, ?, ?, ?, ?)",
+                              values);
+            } else {
+                values.push_back(id);
+                db_->run("UPDATE rule SET field = ?, pattern = ?, category_id = ?, project_id = ?,\n"
+                         "operator = ?, conditions = ?, hours = ?, weekdays = ? WHERE id = ?",
+                         values);
+            }
+        },
+        "Écriture impossible : {}");
+    return ok ? std::optional(id) : std::nullopt;
+}
+
+bool Catalog::remove(const Rule& rule) {
+    return write([&] { db_->run("DELETE FROM rule WHERE id = ?", {rule.id}); }, "Écriture impossible : {}");
+}
+
+std::optional<Category> Catalog::category(std::int64_t id) const {
+    auto found = categoryIndex_.find(id);
+    if (found == categoryIndex_.end()) return std::nullopt;
+    return categories_[found->second];
+}
+
+std::optional<Category> Catalog::navigation() const {
+    for (const Category& category : categories_)
+        if (defaultKey(category.name) == "Navigation") return category;
+    return std::nullopt;
+}
+
+void Catalog::seedIfNeeded() {
+    if (!db_ || db_->queryInt("SELECT COUNT(*) FROM category").value_or(0) != 0) return;
+    Transaction transaction(*db_);
+    try {
+        db_->run("INSERT OR REPLACE INTO sync_meta (key, value) VALUES ('applying', '1')");
+        std::map<std::string_view, std::int64_t> ids;
+        for (const DefaultCategory& category : defaultCategories()) {
+            ids[category.name] = db_->run(
+                "INSERT INTO category (name, color, symbol, is_distraction, modified) VALUES (?, ?, ?, ?, 0)",
+                {localizedCategoryName(category.name), std::string(category.color), std::string(category.symbol),
+                 std::int64_t(category.isDistraction ? 1 : 0)});
+        }
+        auto insert = [&](const DefaultRule& rule) {
+            auto id = ids.find(rule.category);
+            db_->run("INSERT INTO rule (field, pattern, category_id, modified) VALUES (?, ?, ?, 0)",
+                     {std::string(rawValue(rule.field)), std::string(rule.pattern),
+                      id == ids.end() ? SQLValue(nullptr) : SQLValue(id->second)});
+        };
+        for (const DefaultRule& rule : defaultRules()) insert(rule);
+        if (linuxDesktop)
+            for (const DefaultRule& rule : linuxDefaultRules()) insert(rule);
+        db_->run("DELETE FROM sync_meta WHERE key = 'applying'");
+        transaction.commit();
+    } catch (const DatabaseError& error) {
+        try {
+            db_->run("DELETE FROM sync_meta WHERE key = 'applying'");
+        } catch (const DatabaseError&) {
+            // The rollback below removes it anyway.
+        }
+        log_->error("Catalogue par défaut impossible : {}", error.description());
+        throw;
+    }
+}
+
+const std::vector<Catalog::Candidate>& Catalog::candidates(const Activity& activity) {
+    keyBuffer_.clear();
+    appendKeyPart(keyBuffer_, activity.bundleID);
+    appendKeyPart(keyBuffer_, activity.appName);
+    appendKeyPart(keyBuffer_, activity.title);
+    appendKeyPart(keyBuffer_, activity.domain);
+    appendKeyPart(keyBuffer_, activity.path);
+    appendKeyPart(keyBuffer_, activity.url);
+    if (auto found = matchCache_.find(std::string_view(keyBuffer_)); found != matchCache_.end()) return found->second;
+
+    std::vector<Candidate> found;
+    MatchSubject subject(activity);
+    for (std::size_t i = 0; i < matchers_.size(); ++i) {
+        const Rule& rule = rules_[i];
+        if (!rule.categoryID && !rule.projectID) continue;  // inert
+        if (auto score = matchers_[i].staticScore(subject))
+            found.push_back({static_cast<std::uint32_t>(i), *score});
+    }
+    if (matchCache_.size() >= matchCacheLimit) matchCache_.clear();
+    return matchCache_.emplace(keyBuffer_, std::move(found)).first->second;
+}
+
+Catalog::Best Catalog::best(const std::vector<Candidate>& candidates, MatchSubject& subject, bool forProject) const {
+    Best best;
+    for (const Candidate& candidate : candidates) {
+        const Rule& rule = rules_[candidate.rule];
+        if (forProject ? !rule.projectID : !rule.categoryID) continue;
+        std::int64_t score = candidate.score;
+        const RuleMatcher& matcher = matchers_[candidate.rule];
+        if (matcher.timeRestricted()) {
+            auto bonus = matcher.timeScore(subject);
+            if (!bonus) continue;
+            score = addScores(score, *bonus);
+        }
+        // Strictly greater: on equal scores the older rule (lower id) stays.
+        if (!best.rule || score > best.score) best = {candidate.rule, score};
+    }
+    return best;
+}
+
+std::optional<Category> Catalog::categoryOfRule(std::uint32_t rule) const {
+    return category(*rules_[rule].categoryID);
+}
+
+std::optional<Category> Catalog::fallbackCategory(const Activity& activity) const {
+    if (activity.bundleID && isBrowser(*activity.bundleID)) return navigation();
+    return std::nullopt;
+}
+
+std::optional<Category> Catalog::ruleCategory(const Activity& activity) {
+    if (activity.kind == Activity::Kind::privateTime) return std::nullopt;
+    MatchSubject subject(activity);
+    Best chosen = best(candidates(activity), subject, false);
+    if (chosen.rule) return categoryOfRule(*chosen.rule);
+    return fallbackCategory(activity);
+}
+
+std::vector<RuleScore> Catalog::applicableRules(const Activity& activity) const {
+    std::vector<RuleScore> found;
+    MatchSubject subject(activity);
+    for (std::size_t i = 0; i < matchers_.size(); ++i)
+        if (auto score = matchers_[i].specificity(subject)) found.push_back({rules_[i], *score});
+    return found;
+}
+
+} // namespace ombrelo

@@ -1,0 +1,172 @@
+// Catalog: the user's categories and classification rules, and the
+// classification of activities from them and from the stored corrections
+// (manual assignments, the active project's claims, notes, model categories).
+//
+// Created at start-up with the database: it seeds the default catalogue into an
+// empty database, then loads both lists. Every write re-reads the lists. A
+// failed write is logged ("Écriture impossible : …", "Affectation impossible :
+// …"), leaves the lists as they were, and is reported to the caller through the
+// return value and lastError(); it never throws. Only seeding throws.
+//
+// Classification is computed on demand and never stored. The static part of each
+// rule's score is cached per distinct activity text (application, title, site,
+// path, address) and the cache is emptied whenever the rules change, so a year
+// of history classifies in a fraction of a second.
+//
+// Lives on the main loop's thread with the database; not thread-safe. The
+// regular expressions it uses come from the process-wide RegexCache.
+#pragma once
+
+#include "billing/Project.h"
+#include "classify/Assignment.h"
+#include "classify/Category.h"
+#include "classify/Classified.h"
+#include "classify/Rule.h"
+#include "classify/RuleMatching.h"
+#include "storage/Activity.h"
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <spdlog/logger.h>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+namespace ombrelo {
+
+class Database;
+
+// One activity's classification with what decided it.
+struct Classification {
+    Classified item;
+    std::optional<std::int64_t> categoryRuleID;  // the rule that gave the category, if a rule did
+    std::optional<std::int64_t> projectRuleID;   // the rule that gave the project, if a rule did
+    std::optional<Assignment> assignment;        // the stored correction, if any
+};
+
+// A rule that applies to an activity, with its score.
+struct RuleScore {
+    Rule rule;
+    std::int64_t score;
+};
+
+class Catalog {
+public:
+    // A store without database: empty lists, writes do nothing and fail.
+    Catalog();
+    // Seeds `db` when it has no category, then loads it. Throws DatabaseError
+    // when seeding fails (nothing of the seed is kept).
+    explicit Catalog(Database& db);
+    ~Catalog();
+    Catalog(const Catalog&) = delete;
+    Catalog& operator=(const Catalog&) = delete;
+
+    // By ascending id.
+    const std::vector<Category>& categories() const { return categories_; }
+    const std::vector<Rule>& rules() const { return rules_; }
+
+    // The description of the last failed write or read; cleared by each
+    // successful one.
+    const std::optional<std::string>& lastError() const { return lastError_; }
+
+    // Re-reads both lists. Returns false (lists unchanged) on failure.
+    bool reload();
+
+    // Inserts (id 0) or updates. Returns the row id, or nothing on failure.
+    std::optional<std::int64_t> save(const Category& category);
+    // Also removes the category's rules and clears it from assignments.
+    bool remove(const Category& category);
+    // Saves rule.normalized(). Returns the row id, or nothing on failure.
+    std::optional<std::int64_t> save(const Rule& rule);
+    bool remove(const Rule& rule);
+
+    std::optional<Category> category(std::int64_t id) const;
+    // The category whose default key is "Navigation".
+    std::optional<Category> navigation() const;
+
+    // Inserts the default categories and rules when the database has no
+    // category, in one transaction marked as applying (so sync ignores it).
+    // Throws DatabaseError (after rolling back) when that fails.
+    void seedIfNeeded();
+
+    // The category of the best matching rule; for a browser with no matching
+    // rule, "Navigation"; private time never has one.
+    std::optional<Category> ruleCategory(const Activity& activity);
+
+    // Every rule that applies to `activity`, in rule order, with its score.
+    std::vector<RuleScore> applicableRules(const Activity& activity) const;
+
+    // Stored corrections, by activity id, for the id range of `ids`. A failed
+    // read is logged and gives nothing (the rules alone then decide).
+    std::map<std::int64_t, Assignment> loadOverrides(const std::vector<std::int64_t>& ids);
+
+    // Each activity's category and project, in input order: a manual or active
+    // correction first, then the rules. Projects are resolved among `projects`.
+    std::vector<Classified> classify(const std::vector<Activity>& activities, const std::vector<Project>& projects);
+    // The same with what decided each result.
+    std::vector<Classification> classifyDetailed(const std::vector<Activity>& activities,
+                                                 const std::vector<Project>& projects);
+
+    // Stores a correction for each id in one transaction. Returns false (nothing
+    // written) on failure.
+    bool assign(const std::vector<std::int64_t>& ids, std::optional<std::int64_t> projectID,
+                std::optional<std::int64_t> categoryID, std::string_view source);
+    // The statements of assign without a transaction of their own, keeping each
+    // row's note. Throws DatabaseError.
+    void writeAssignments(const std::vector<std::int64_t>& ids, std::optional<std::int64_t> projectID,
+                          std::optional<std::int64_t> categoryID, std::string_view source);
+    // Sets (or with nothing, removes) the note of each activity without changing
+    // its classification.
+    bool setNote(const std::vector<std::int64_t>& ids, const std::optional<std::string>& note);
+    // Back to the rules: removes each correction, keeping a note that exists.
+    bool clearAssignments(const std::vector<std::int64_t>& ids);
+
+    // For each activity the capture loop writes: claims it for the active
+    // project (with the active note), unless it is idle or manual time, was
+    // corrected by hand, or is a distraction; without an active project (or for
+    // a distraction) an earlier claim on it is removed. Returns false on a
+    // database failure (logged "Affectation impossible : …", rolled back).
+    bool applyActiveProject(const std::optional<Project>& active, const std::optional<std::string>& note,
+                            const Activity& activity, const std::vector<Project>& projects);
+
+private:
+    // A rule that may apply to a distinct activity text, with its static score.
+    struct Candidate {
+        std::uint32_t rule;  // index in rules_
+        std::int64_t score;
+    };
+    struct Best {
+        std::optional<std::uint32_t> rule;
+        std::int64_t score = 0;
+    };
+    struct KeyHash {
+        using is_transparent = void;
+        std::size_t operator()(std::string_view text) const { return std::hash<std::string_view>{}(text); }
+    };
+
+    const std::vector<Candidate>& candidates(const Activity& activity);
+    // The best rule naming a category (or a project) among the candidates.
+    Best best(const std::vector<Candidate>& candidates, MatchSubject& subject, bool forProject) const;
+    std::optional<Category> categoryOfRule(std::uint32_t rule) const;
+    std::optional<Category> fallbackCategory(const Activity& activity) const;
+
+    bool write(const std::function<void()>& body, std::string_view failureFormat);
+    void failed(std::string_view format, const std::string& description);
+
+    Database* db_ = nullptr;
+    std::shared_ptr<spdlog::logger> log_;
+    std::vector<Category> categories_;
+    std::vector<Rule> rules_;
+    std::vector<RuleMatcher> matchers_;  // parallel to rules_
+    std::unordered_map<std::int64_t, std::size_t> categoryIndex_;
+    std::optional<std::string> lastError_;
+
+    std::unordered_map<std::string, std::vector<Candidate>, KeyHash, std::equal_to<>> matchCache_;
+    std::string keyBuffer_;
+};
+
+} // namespace ombrelo

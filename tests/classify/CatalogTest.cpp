@@ -1,0 +1,274 @@
+#include "classify/Catalog.h"
+#include "classify/DefaultCatalog.h"
+#include "storage/Database.h"
+#include "support/L10n.h"
+#include "testing/TestSupport.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <map>
+
+namespace ombrelo {
+namespace {
+
+using Field = Rule::Field;
+using Op = Rule::Operator;
+
+Activity app(std::string bundleID, std::string name = "App") {
+    Activity a;
+    a.bundleID = std::move(bundleID);
+    a.appName = std::move(name);
+    return a;
+}
+
+Activity site(std::string domain, std::string browser = "firefox") {
+    Activity a = app(std::move(browser), "Firefox");
+    a.domain = std::move(domain);
+    return a;
+}
+
+class CatalogTest : public ::testing::Test {
+protected:
+    testing::ScopedLanguage french{"fr"};
+    testing::TempDir dir;
+    Database db{dir / "catalog.sqlite"};
+
+    std::int64_t categoryID(const Catalog& catalog, std::string_view name) {
+        for (const Category& category : catalog.categories())
+            if (category.name == name) return category.id;
+        ADD_FAILURE() << "no category " << name;
+        return 0;
+    }
+    std::string categoryOf(Catalog& catalog, const Activity& activity) {
+        auto category = catalog.ruleCategory(activity);
+        return category ? category->name : "-";
+    }
+};
+
+TEST_F(CatalogTest, SeedsTenCategoriesAndTheDefaultRulesOnce) {
+    Catalog catalog(db);
+    ASSERT_EQ(catalog.categories().size(), 10u);
+    EXPECT_EQ(catalog.categories().front().name, "Code");
+    EXPECT_EQ(catalog.categories()[8].name, "Réseaux sociaux");
+    EXPECT_TRUE(catalog.categories()[8].isDistraction);
+    EXPECT_FALSE(catalog.categories()[6].isDistraction);
+
+    std::size_t linux = linuxDefaultRules().size();
+    ASSERT_GE(linux, 30u);
+    ASSERT_EQ(catalog.rules().size(), 75u + linux);
+    const Rule& own = catalog.rules().front();
+    EXPECT_EQ(own.pattern, "fr.ombrelo.app");
+    EXPECT_EQ(catalog.category(*own.categoryID)->name, "Ombrelo");
+    for (const Rule& rule : catalog.rules()) {
+        EXPECT_FALSE(rule.op) << rule.pattern;  // default rules stay simple
+        EXPECT_TRUE(rule.categoryID) << rule.pattern;
+        EXPECT_TRUE(rule.conditions.empty() && !rule.hasWindow() && rule.weekdays.empty());
+    }
+    // The seed is not tracked for sync, and the marker does not outlive it.
+    EXPECT_FALSE(db.queryInt("SELECT COUNT(*) FROM sync_meta WHERE key = 'applying'").value_or(0));
+    EXPECT_EQ(db.queryInt("SELECT COUNT(*) FROM category WHERE modified = 0"), 10);
+
+    Catalog again(db);
+    EXPECT_EQ(again.categories().size(), 10u);
+    EXPECT_EQ(again.rules().size(), 75u + linux);
+}
+
+TEST_F(CatalogTest, DefaultSitesAreTheServicesMainDomains) {
+    const std::map<std::string, std::string> expected{
+        {"github.com", "Code"},          {"gitlab.com", "Code"},
+        {"stackoverflow.com", "Code"},   {"developer.apple.com", "Code"},
+        {"vercel.com", "Code"},          {"figma.com", "Design"},
+        {"canva.com", "Design"},         {"dribbble.com", "Design"},
+        {"mail.google.com", "Communication"}, {"outlook.office.com", "Communication"},
+        {"app.slack.com", "Communication"},   {"meet.google.com", "Réunions"},
+        {"teams.microsoft.com", "Réunions"},  {"zoom.us", "Réunions"},
+        {"docs.google.com", "Rédaction"},     {"notion.so", "Rédaction"},
+        {"impots.gouv.fr", "Administratif"},  {"urssaf.fr", "Administratif"},
+        {"autoentrepreneur.urssaf.fr", "Administratif"}, {"qonto.com", "Administratif"},
+        {"pennylane.com", "Administratif"},   {"indy.fr", "Administratif"},
+        {"freebe.me", "Administratif"},       {"tiime.fr", "Administratif"},
+        {"youtube.com", "Divertissement"},    {"netflix.com", "Divertissement"},
+        {"twitch.tv", "Divertissement"},      {"primevideo.com", "Divertissement"},
+        {"x.com", "Réseaux sociaux"},         {"twitter.com", "Réseaux sociaux"},
+        {"facebook.com", "Réseaux sociaux"},  {"instagram.com", "Réseaux sociaux"},
+        {"linkedin.com", "Réseaux sociaux"},  {"reddit.com", "Réseaux sociaux"},
+        {"tiktok.com", "Réseaux sociaux"},    {"bsky.app", "Réseaux sociaux"}};
+    std::map<std::string, std::string> seeded;
+    for (const DefaultRule& rule : defaultRules())
+        if (rule.field == Field::domain) seeded[std::string(rule.pattern)] = std::string(rule.category);
+    EXPECT_EQ(seeded, expected);
+    EXPECT_EQ(defaultRules().size(), 75u);
+
+    // No pattern is seeded twice (the sync identity of a rule is its pattern).
+    std::vector<std::string_view> patterns;
+    for (const DefaultRule& rule : defaultRules()) patterns.push_back(rule.pattern);
+    for (const DefaultRule& rule : linuxDefaultRules()) patterns.push_back(rule.pattern);
+    std::sort(patterns.begin(), patterns.end());
+    EXPECT_EQ(std::adjacent_find(patterns.begin(), patterns.end()), patterns.end());
+}
+
+TEST_F(CatalogTest, DefaultRulesClassifyTheUsualCases) {
+    Catalog catalog(db);
+    EXPECT_EQ(categoryOf(catalog, app("com.apple.dt.Xcode", "Xcode")), "Code");
+    EXPECT_EQ(categoryOf(catalog, app("fr.ombrelo.app", "Ombrelo")), "Ombrelo");
+    EXPECT_EQ(categoryOf(catalog, app("org.gnome.terminal", "Terminal")), "Code");
+    EXPECT_EQ(categoryOf(catalog, app("thunderbird", "Thunderbird")), "Communication");
+    EXPECT_EQ(categoryOf(catalog, site("www.youtube.com")), "Divertissement");
+    EXPECT_EQ(categoryOf(catalog, site("autoentrepreneur.urssaf.fr")), "Administratif");
+    // A site rule outranks an app rule.
+    EXPECT_EQ(categoryOf(catalog, site("youtube.com", "org.gnome.terminal")), "Divertissement");
+    // A browser without a site (or an unknown one) is navigation; another app is nothing.
+    EXPECT_EQ(categoryOf(catalog, app("firefox", "Firefox")), "Navigation");
+    EXPECT_EQ(categoryOf(catalog, site("example.org", "com.apple.Safari")), "Navigation");
+    EXPECT_EQ(categoryOf(catalog, app("org.example.unknown")), "-");
+    Activity secret = app("com.apple.dt.xcode");
+    secret.kind = Activity::Kind::privateTime;
+    EXPECT_EQ(categoryOf(catalog, secret), "-");
+}
+
+TEST_F(CatalogTest, EnglishSeedAndDefaultKeys) {
+    testing::ScopedLanguage english("en");
+    Catalog catalog(db);
+    EXPECT_EQ(catalog.categories()[3].name, "Meetings");
+    EXPECT_EQ(catalog.navigation()->name, "Browsing");
+    EXPECT_EQ(defaultKey("Browsing"), "Navigation");
+    EXPECT_EQ(defaultKey("Navigation"), "Navigation");
+    EXPECT_EQ(defaultKey("Social media"), "Réseaux sociaux");
+    EXPECT_EQ(defaultKey("Clients"), "Clients");
+}
+
+TEST_F(CatalogTest, SeedingFailureKeepsNothing) {
+    db.execute("CREATE TRIGGER refuse BEFORE INSERT ON rule WHEN NEW.pattern = 'bsky.app' "
+               "BEGIN SELECT RAISE(ABORT, 'refused'); END;");
+    EXPECT_THROW(Catalog{db}, DatabaseError);
+    EXPECT_EQ(db.queryInt("SELECT COUNT(*) FROM category"), 0);
+    EXPECT_EQ(db.queryInt("SELECT COUNT(*) FROM rule"), 0);
+    EXPECT_EQ(db.queryInt("SELECT COUNT(*) FROM sync_meta WHERE key = 'applying'"), 0);
+    EXPECT_FALSE(db.inTransaction());
+}
+
+TEST_F(CatalogTest, SavedRuleReadsBackEqual) {
+    Catalog catalog(db);
+    Rule rule;
+    rule.field = Field::domain;
+    rule.pattern = " GitHub.com ";
+    rule.op = Op::is;
+    rule.categoryID = categoryID(catalog, "Rédaction");
+    rule.conditions = {{Field::title, Op::regex, "PR #\\d+"}, {Field::url, Op::contains, "Pull"}};
+    rule.startMinute = 1320;
+    rule.endMinute = 120;
+    rule.weekdays = {5, 3};
+    auto id = catalog.save(rule);
+    ASSERT_TRUE(id);
+    EXPECT_EQ(db.queryInt("SELECT COUNT(*) FROM rule WHERE id = ? AND hours = '1320-120' AND weekdays = '3,5'", {*id}), 1);
+
+    Rule expected = rule.normalized();
+    expected.id = *id;
+    EXPECT_EQ(catalog.rules().back(), expected);
+    EXPECT_EQ(Catalog(db).rules().back(), expected);
+
+    expected.weekdays.clear();
+    expected.conditions.clear();
+    expected.startMinute.reset();
+    expected.endMinute.reset();
+    ASSERT_TRUE(catalog.save(expected));
+    EXPECT_EQ(catalog.rules().back(), expected);
+    EXPECT_EQ(db.queryInt("SELECT COUNT(*) FROM rule WHERE id = ? AND hours IS NULL AND weekdays IS NULL "
+                          "AND conditions IS NULL AND operator = 'is'",
+                          {*id}),
+              1);
+}
+
+TEST_F(CatalogTest, DamagedRowsReadAsNothing) {
+    Catalog catalog(db);
+    std::int64_t code = categoryID(catalog, "Code");
+    db.run("INSERT INTO rule (field, pattern, category_id, operator, conditions, hours, weekdays) "
+           "VALUES ('banana', 'Foo', ?, 'near', '{oops', '9h-12h', 'lundi')",
+           {code});
+    ASSERT_TRUE(catalog.reload());
+    const Rule& damaged = catalog.rules().back();
+    EXPECT_EQ(damaged.field, Field::app);
+    EXPECT_EQ(damaged.pattern, "Foo");
+    EXPECT_FALSE(damaged.op);
+    EXPECT_TRUE(damaged.conditions.empty());
+    EXPECT_FALSE(damaged.hasWindow());
+    EXPECT_TRUE(damaged.weekdays.empty());
+}
+
+TEST_F(CatalogTest, BestRuleIsTheMostSpecificAndOlderWinsTies) {
+    Catalog catalog(db);
+    std::int64_t design = categoryID(catalog, "Design"), writing = categoryID(catalog, "Rédaction");
+    Rule first;
+    first.field = Field::title;
+    first.op = Op::contains;
+    first.pattern = "maquette";
+    first.categoryID = writing;
+    Rule second = first;
+    second.categoryID = design;
+    ASSERT_TRUE(catalog.save(first));
+    ASSERT_TRUE(catalog.save(second));
+    Activity a = app("org.example.editor");
+    a.title = "Maquette accueil";
+    EXPECT_EQ(categoryOf(catalog, a), "Rédaction");
+
+    // A longer pattern is more precise and wins, whatever its age.
+    Rule longer = second;
+    longer.pattern = "maquette accueil";
+    ASSERT_TRUE(catalog.save(longer));
+    EXPECT_EQ(categoryOf(catalog, a), "Design");
+}
+
+TEST_F(CatalogTest, RuleChangesReachTheMatchCache) {
+    Catalog catalog(db);
+    Activity a = app("org.example.editor");
+    a.title = "Devis Dupont";
+    EXPECT_EQ(categoryOf(catalog, a), "-");
+    Rule rule;
+    rule.field = Field::title;
+    rule.op = Op::contains;
+    rule.pattern = "dupont";
+    rule.categoryID = categoryID(catalog, "Administratif");
+    auto id = catalog.save(rule);
+    ASSERT_TRUE(id);
+    EXPECT_EQ(categoryOf(catalog, a), "Administratif");
+    rule.id = *id;
+    rule.categoryID = categoryID(catalog, "Design");
+    ASSERT_TRUE(catalog.save(rule));
+    EXPECT_EQ(categoryOf(catalog, a), "Design");
+    ASSERT_TRUE(catalog.remove(catalog.rules().back()));
+    EXPECT_EQ(categoryOf(catalog, a), "-");
+}
+
+TEST_F(CatalogTest, DeletingACategoryRemovesItsRules) {
+    Catalog catalog(db);
+    std::size_t before = catalog.rules().size();
+    auto social = catalog.category(categoryID(catalog, "Réseaux sociaux"));
+    ASSERT_TRUE(catalog.remove(*social));
+    EXPECT_EQ(catalog.categories().size(), 9u);
+    EXPECT_EQ(catalog.rules().size(), before - 8);
+    EXPECT_EQ(categoryOf(catalog, site("reddit.com")), "Navigation");
+}
+
+TEST_F(CatalogTest, FailedWritesAreReportedNotThrown) {
+    Catalog catalog(db);
+    std::vector<Rule> before = catalog.rules();
+    Rule orphan;
+    orphan.field = Field::app;
+    orphan.pattern = "x";
+    orphan.categoryID = 9999;  // no such category: the foreign key refuses it
+    EXPECT_FALSE(catalog.save(orphan));
+    ASSERT_TRUE(catalog.lastError());
+    EXPECT_EQ(catalog.rules(), before);
+
+    Category named{0, "Clients", "teal", "tag", false};
+    EXPECT_TRUE(catalog.save(named));
+    EXPECT_FALSE(catalog.lastError());
+
+    Catalog detached;
+    EXPECT_FALSE(detached.save(named));
+    EXPECT_TRUE(detached.categories().empty());
+}
+
+} // namespace
+} // namespace ombrelo
