@@ -16,8 +16,13 @@ using Registration = void (*)(CLI::App& program, Session& session);
 void status(CLI::App& program, Session& session);
 void run(CLI::App& program, Session& session);
 void replay(CLI::App& program, Session& session);
+void clients(CLI::App& program, Session& session);
+void projects(CLI::App& program, Session& session);
+void work(CLI::App& program, Session& session);
+void stop(CLI::App& program, Session& session);
+void active(CLI::App& program, Session& session);
 
-inline constexpr Registration all[] = {status, run, replay};
+inline constexpr Registration all[] = {status, run, replay, clients, projects, work, stop, active};
 
 } // namespace commands
 } // namespace ombrelo

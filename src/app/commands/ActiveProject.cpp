@@ -1,0 +1,105 @@
+// ombrelo work PROJECT [--note TEXT], ombrelo stop, ombrelo active: the project
+// in progress, which takes the time being recorded until it is stopped or the
+// day ends. The change goes through the shared settings, so a running tracker
+// picks it up at its next sample.
+#include "app/Commands.h"
+#include "app/Output.h"
+#include "app/Session.h"
+#include "app/commands/ProjectArguments.h"
+#include "app/commands/ProjectViews.h"
+#include "support/Fold.h"
+#include "support/L10n.h"
+#include "support/LocalTime.h"
+#include "support/Money.h"
+
+#include <memory>
+
+namespace ombrelo::commands {
+
+namespace {
+
+struct Arguments {
+    std::string project;
+    std::optional<std::string> note;
+};
+
+void show(Session& session, ProjectStore& store) {
+    if (session.json) {
+        output::json(activeJSON(store, currencyCode(session.preferences())));
+        return;
+    }
+    std::optional<Project> active = store.activeProject();
+    if (!active) {
+        output::line(L10n::text("Aucun projet en cours", "No project in progress"));
+        return;
+    }
+    Instant since = *store.activeSince();
+    output::field(L10n::text("Projet en cours", "Project in progress"), store.label(active));
+    output::field(L10n::text("Depuis", "Since"), local::formatDay(since) + " " + local::formatTime(since));
+    if (auto note = store.activeNote()) output::field(L10n::text("Note", "Note"), *note);
+}
+
+void startWork(Session& session, const Arguments& arguments) {
+    ProjectStore store = openProjects(session);
+    Project project = requireProject(store, arguments.project);
+    if (project.archived)
+        throw CommandFailure(exitStatus::failure,
+                             std::string(L10n::text("Projet archivé : ", "Archived project: ")) + store.label(project) +
+                                 std::string(L10n::text(". Sortez-le des archives : ombrelo projects archive --undo",
+                                                        ". Restore it first: ombrelo projects archive --undo")));
+    check(store.setActive(project), L10n::text("Projet en cours non enregistré", "Project in progress not saved"));
+    if (arguments.note) {
+        std::string note(trim(*arguments.note));
+        check(store.setActiveNote(note.empty() ? std::nullopt : std::optional(note)),
+              L10n::text("Note non enregistrée", "Note not saved"));
+    }
+    show(session, store);
+}
+
+void stopWork(Session& session) {
+    ProjectStore store = openProjects(session);
+    std::optional<Project> active = store.activeProject();
+    if (!active) {
+        if (!session.json) output::line(L10n::text("Aucun projet en cours", "No project in progress"));
+    } else {
+        check(store.setActive(std::nullopt), L10n::text("Arrêt non enregistré", "Stop not saved"));
+        if (!session.json)
+            output::line(std::string(L10n::text("Projet en cours arrêté : ", "Project in progress stopped: ")) +
+                         store.label(active));
+    }
+    if (session.json) show(session, store);
+}
+
+} // namespace
+
+void work(CLI::App& program, Session& session) {
+    auto arguments = std::make_shared<Arguments>();
+    CLI::App* command = program.add_subcommand(
+        "work", std::string(L10n::text("Choisit le projet en cours : le temps suivant est noté pour lui",
+                                       "Choose the project in progress: the time that follows goes to it")));
+    command->add_option("PROJECT", arguments->project, std::string(L10n::text("Nom ou id", "Name or id")))->required();
+    command->add_option("--note", arguments->note,
+                        std::string(L10n::text("Note jointe au temps du projet en cours",
+                                               "Note attached to the time of the project in progress")));
+    command->add_flag("--json", session.json, std::string(L10n::text("Sortie JSON", "JSON output")));
+    command->callback([&session, arguments] { startWork(session, *arguments); });
+}
+
+void stop(CLI::App& program, Session& session) {
+    CLI::App* command = program.add_subcommand(
+        "stop", std::string(L10n::text("Arrête le projet en cours", "Stop the project in progress")));
+    command->add_flag("--json", session.json, std::string(L10n::text("Sortie JSON", "JSON output")));
+    command->callback([&session] { stopWork(session); });
+}
+
+void active(CLI::App& program, Session& session) {
+    CLI::App* command = program.add_subcommand(
+        "active", std::string(L10n::text("Affiche le projet en cours", "Show the project in progress")));
+    command->add_flag("--json", session.json, std::string(L10n::text("Sortie JSON", "JSON output")));
+    command->callback([&session] {
+        ProjectStore store = openProjects(session);
+        show(session, store);
+    });
+}
+
+} // namespace ombrelo::commands
