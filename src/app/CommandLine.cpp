@@ -27,8 +27,9 @@ void frenchHelpLabels(CLI::App& program) {
 
 } // namespace
 
-int runCommandLine(int argc, char** argv) {
-    Session session;
+namespace {
+
+int parseAndRun(Session& session, int argc, char** argv) {
     L10n::setLanguage(L10n::resolve(session.preferences()));
 
     CLI::App program{std::string(L10n::text("Ombrelo : suivi du temps de travail, sur cette machine seulement.",
@@ -48,6 +49,15 @@ int runCommandLine(int argc, char** argv) {
     } catch (const CLI::ParseError& error) {
         int status = program.exit(error);
         return status == 0 ? exitStatus::success : exitStatus::usage;
+    }
+}
+
+} // namespace
+
+int runCommandLine(int argc, char** argv) {
+    try {
+        Session session;
+        return parseAndRun(session, argc, argv);
     } catch (const CommandFailure& failure) {
         std::cerr << failure.what() << '\n';
         return failure.status;

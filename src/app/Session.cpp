@@ -1,10 +1,35 @@
 #include "app/Session.h"
 
 #include "support/L10n.h"
+#include "support/LocalTime.h"
+
+#include <charconv>
+#include <cstdlib>
 
 namespace ombrelo {
 
-Session::Session() : preferences_(Preferences::defaultPath()), clock_(&Clock::system()) {}
+namespace {
+
+std::optional<Instant> pinnedNow() {
+    const char* text = std::getenv("OMBRELO_NOW");
+    if (!text || !*text) return std::nullopt;
+    if (auto local = local::parseDateTime(text)) return local;
+    double seconds = 0;
+    std::string_view view(text);
+    auto [end, error] = std::from_chars(view.data(), view.data() + view.size(), seconds);
+    if (error != std::errc() || end != view.data() + view.size())
+        throw CommandFailure(exitStatus::usage, "OMBRELO_NOW: " + std::string(text));
+    return seconds;
+}
+
+} // namespace
+
+Session::Session() : preferences_(Preferences::defaultPath()), clock_(&Clock::system()) {
+    if (auto now = pinnedNow()) {
+        pinned_ = std::make_unique<ManualClock>(*now);
+        clock_ = pinned_.get();
+    }
+}
 
 Session::~Session() = default;
 

@@ -48,10 +48,14 @@ public:
     Database& database();
     ActivityStore& activities();
     Preferences& preferences() { return preferences_; }
+    // The wall clock, or the instant in $OMBRELO_NOW ("YYYY-MM-DDTHH:MM:SS" local
+    // time, or seconds since 1970) so that tests of the real binary can pin
+    // "now". Commands take every "now" from here.
     Clock& clock() { return *clock_; }
 
 private:
     Preferences preferences_;
+    std::unique_ptr<ManualClock> pinned_;
     Clock* clock_;
     std::unique_ptr<Database> database_;
     std::unique_ptr<ActivityStore> activities_;
