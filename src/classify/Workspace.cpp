@@ -1,0 +1,212 @@
+#include "classify/Workspace.h"
+
+#include "storage/DeviceMerge.h"
+#include "support/Fold.h"
+#include "support/LocalTime.h"
+#include "support/Log.h"
+#include "support/Uuid.h"
+
+#include <algorithm>
+
+namespace ombrelo {
+
+namespace {
+
+bool containsASCIIFolded(const std::optional<std::string>& field, std::string_view needle) {
+    return field && lowerASCII(*field).find(needle) != std::string::npos;
+}
+
+// What the store's search matches: the text in one of the five fields,
+// ignoring ASCII case.
+bool matches(const Activity& activity, std::string_view loweredText) {
+    return lowerASCII(activity.appName).find(loweredText) != std::string::npos ||
+           containsASCIIFolded(activity.title, loweredText) || containsASCIIFolded(activity.domain, loweredText) ||
+           containsASCIIFolded(activity.path, loweredText) || containsASCIIFolded(activity.url, loweredText);
+}
+
+std::string jsonArray(const std::vector<std::int64_t>& ids) {
+    std::string text = "[";
+    for (std::size_t i = 0; i < ids.size(); ++i) {
+        if (i) text += ',';
+        text += std::to_string(ids[i]);
+    }
+    return text + "]";
+}
+
+} // namespace
+
+Workspace::Workspace(ActivityStore* store, Catalog& catalog, ProjectStore& projects, Clock& clock)
+    : store_(store), catalog_(catalog), projects_(projects), clock_(clock), log_(Log::get("workspace")) {}
+
+std::vector<Classified> Workspace::items(Instant from, Instant to) {
+    if (!(to > from)) return {};
+    dropCacheIfInputsChanged();
+
+    std::optional<Instant> first;
+    if (demo_) {
+        for (const Activity& activity : *demo_)
+            first = std::min(first.value_or(activity.start), activity.start);
+    } else if (store_) {
+        try {
+            first = store_->firstStart();
+        } catch (const DatabaseError& error) {
+            log_->warn("Lecture impossible : {}", error.description());
+        }
+    }
+    if (!first) return {};
+
+    Instant today = local::startOfDay(clock_.now());
+    std::vector<Classified> result;
+    for (Instant day = local::startOfDay(std::max(from, *first)); day < to;) {
+        Instant next = local::addDays(day, 1);
+        bool wholePastDay = day >= from && next <= to && next <= today;
+        if (wholePastDay && !demo_) {
+            std::string print = fingerprint(day, next);
+            auto cached = dayCache_.find(day);
+            if (cached == dayCache_.end() || cached->second.fingerprint != print) {
+                dayCache_[day] = CachedDay{print, compute(day, next)};
+                cached = dayCache_.find(day);
+                ++daysComputed_;
+            }
+            result.insert(result.end(), cached->second.items.begin(), cached->second.items.end());
+        } else {
+            auto part = compute(std::max(day, from), std::min(next, to));
+            result.insert(result.end(), std::make_move_iterator(part.begin()), std::make_move_iterator(part.end()));
+        }
+        day = next;
+    }
+    return result;
+}
+
+std::vector<Classified> Workspace::day(Instant date) {
+    Instant start = local::startOfDay(date);
+    return items(start, local::addDays(start, 1));
+}
+
+std::vector<Classified> Workspace::search(std::string_view text, Instant from, Instant to) {
+    std::string_view needle = trim(text);
+    if (needle.empty() || !(to > from)) return {};
+    std::vector<Activity> found;
+    if (demo_) {
+        std::string lowered = lowerASCII(needle);
+        for (const Activity& activity : *demo_)
+            if (activity.kind != Activity::Kind::idle && activity.end > from && activity.start < to &&
+                matches(activity, lowered))
+                found.push_back(activity);
+        std::stable_sort(found.begin(), found.end(),
+                         [](const Activity& a, const Activity& b) { return a.start > b.start; });
+        if (found.size() > static_cast<std::size_t>(searchLimit)) found.resize(searchLimit);
+    } else if (store_) {
+        try {
+            found = store_->search(needle, from, to, searchLimit);
+        } catch (const DatabaseError& error) {
+            log_->warn("Recherche impossible : {}", error.description());
+        }
+    }
+    return catalog_.classify(found, projects_.projects());
+}
+
+bool Workspace::write(std::string_view label, const std::function<void()>& body) {
+    if (!store_ || demo_) return false;
+    try {
+        Transaction transaction(store_->database());
+        body();
+        transaction.commit();
+    } catch (const std::exception& error) {
+        log_->error("{} : écriture impossible : {}", label, error.what());
+        writeError_ = error.what();
+        return false;
+    }
+    writeError_.reset();
+    invalidate();
+    return true;
+}
+
+std::optional<std::int64_t> Workspace::addManual(Instant start, Instant end, std::string_view label,
+                                                 std::optional<std::int64_t> projectID) {
+    std::string name(trim(label));
+    if (name.empty() || !(end > start)) return std::nullopt;
+    std::int64_t id = 0;
+    bool written = write("Temps manuel", [&] {
+        Activity activity;
+        activity.kind = Activity::Kind::manual;
+        activity.start = start;
+        activity.end = end;
+        activity.appName = name;
+        id = store_->insert(activity);
+        catalog_.writeAssignments({id}, projectID, std::nullopt, source::manual);
+    });
+    return written ? std::optional(id) : std::nullopt;
+}
+
+std::optional<std::size_t> Workspace::qualifyIdle(const std::vector<std::int64_t>& ids, std::string_view label,
+                                                  std::optional<std::int64_t> projectID) {
+    std::string name(trim(label));
+    if (name.empty()) return std::nullopt;
+    std::vector<std::int64_t> qualified;
+    bool written = write("Absence", [&] {
+        qualified.clear();
+        Statement update = store_->database().prepare(
+            "UPDATE activity SET kind = 'manual', app_name = ? "
+            "WHERE kind = 'idle' AND id IN (SELECT value FROM json_each(?)) RETURNING id",
+            {name, jsonArray(ids)});
+        while (update.step()) qualified.push_back(update.int64(0));
+        if (!qualified.empty()) catalog_.writeAssignments(qualified, projectID, std::nullopt, source::manual);
+    });
+    return written ? std::optional(qualified.size()) : std::nullopt;
+}
+
+void Workspace::setDemo(std::optional<std::vector<Activity>> activities) {
+    demo_ = std::move(activities);
+    if (demo_)
+        std::stable_sort(demo_->begin(), demo_->end(),
+                         [](const Activity& a, const Activity& b) { return a.start < b.start; });
+}
+
+void Workspace::invalidate() { dayCache_.clear(); }
+
+std::vector<Classified> Workspace::compute(Instant from, Instant to) {
+    std::vector<Activity> activities = read(from, to);
+    for (Activity& activity : activities) {
+        activity.start = std::max(activity.start, from);
+        activity.end = std::min(activity.end, to);
+    }
+    return catalog_.classify(activities, projects_.projects());
+}
+
+std::vector<Activity> Workspace::read(Instant from, Instant to) {
+    std::vector<Activity> activities;
+    if (demo_) {
+        for (const Activity& activity : *demo_)
+            if (activity.end > from && activity.start < to) activities.push_back(activity);
+        return activities;
+    }
+    if (!store_) return activities;
+    try {
+        activities = store_->activities(from, to);
+    } catch (const DatabaseError& error) {
+        log_->warn("Lecture impossible : {}", error.description());
+        return {};
+    }
+    if (store_->severalDevices()) activities = mergeDevices(std::move(activities));
+    return activities;
+}
+
+std::string Workspace::fingerprint(Instant from, Instant to) {
+    try {
+        return store_->fingerprint(from, to);
+    } catch (const DatabaseError& error) {
+        log_->warn("Empreinte impossible : {}", error.description());
+        return randomUUID();  // never matches, so the day is recomputed
+    }
+}
+
+void Workspace::dropCacheIfInputsChanged() {
+    if (cachedWith_.categories == catalog_.categories() && cachedWith_.rules == catalog_.rules() &&
+        cachedWith_.projects == projects_.projects())
+        return;
+    invalidate();
+    cachedWith_ = Inputs{catalog_.categories(), catalog_.rules(), projects_.projects()};
+}
+
+} // namespace ombrelo

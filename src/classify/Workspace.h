@@ -1,0 +1,133 @@
+// Workspace: the one place the rest of the program asks for classified time. For
+// a period, a day or a search text it reads the activities, clips them to the
+// period, has the catalogue classify them against the current projects and
+// returns Classified items. It also runs the small writes the views, commands and
+// agent tools share (manual time, qualifying an absence), each in one
+// transaction with one failure report.
+//
+// Whole past days are cached by the fingerprint of their rows, so a month or a
+// year is not reclassified on every request; today and the partial days at the
+// edges of a period are always computed afresh. The cache is emptied when the
+// classification inputs change: when told so (invalidate(), which the
+// catalogue's and the project store's change announcements call), after every
+// write of its own, and whenever it notices that the categories, rules or
+// projects it last classified with are no longer the stores' current ones.
+//
+// Reads never fail: a read error gives an empty list (and is logged). Writes are
+// rolled back on failure, logged ("<label> : écriture impossible : <error>") and
+// published in writeError().
+//
+// In demonstration mode (setDemo) every read serves a fixed list of activities
+// instead of the store, without caching, and writes do nothing.
+//
+// Main loop thread only; the cache is never shared.
+#pragma once
+
+#include "billing/ProjectStore.h"
+#include "classify/Catalog.h"
+#include "classify/Classified.h"
+#include "storage/ActivityStore.h"
+#include "support/Clock.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <spdlog/logger.h>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace ombrelo {
+
+class Workspace {
+public:
+    // Searches return at most this many activities.
+    static constexpr int searchLimit = 2000;
+
+    // A workspace over the store's activities. `store` may be null for a
+    // workspace that only shows demonstration data.
+    Workspace(ActivityStore* store, Catalog& catalog, ProjectStore& projects, Clock& clock = Clock::system());
+
+    // Classified items of the half-open period [from, to), each activity clipped
+    // to it, by start. Empty when to ≤ from.
+    std::vector<Classified> items(Instant from, Instant to);
+    // The items of the calendar day containing `date`.
+    std::vector<Classified> day(Instant date);
+    // Classified non-idle activities of [from, to) whose application, title,
+    // site, document path or address contain `text` (trimmed; ASCII case
+    // ignored), newest first, at most searchLimit, not clipped. An empty text
+    // finds nothing.
+    std::vector<Classified> search(std::string_view text, Instant from, Instant to);
+
+    // Runs `body` inside one transaction. Returns true once committed (the cache
+    // is then emptied); false without a store, or when `body` or the commit
+    // threw: then everything is rolled back, the failure logged and kept in
+    // writeError(). Exceptions other than std::exception propagate.
+    bool write(std::string_view label, const std::function<void()>& body);
+
+    // Records [start, end) as manual time named `label`, assigned by hand to
+    // `projectID` (or to no project): a manual row that no rule overrides.
+    // Returns the new activity's id; nothing when end ≤ start, the label is
+    // blank or the write failed (writeError() says why).
+    std::optional<std::int64_t> addManual(Instant start, Instant end, std::string_view label,
+                                          std::optional<std::int64_t> projectID);
+
+    // Turns an absence into described time. The idle rows among `ids` (the rows
+    // of an idle block) become manual time: their kind becomes "manual" and their
+    // application name `label`, in one statement; each gets a manual assignment
+    // to `projectID` (or to no project), so it counts as worked time on that
+    // project and never falls back to the rules. Rows that are not idle are left
+    // alone. Returns how many rows were qualified; nothing when the label is
+    // blank or the write failed.
+    std::optional<std::size_t> qualifyIdle(const std::vector<std::int64_t>& ids, std::string_view label,
+                                           std::optional<std::int64_t> projectID);
+
+    // Serves `activities` instead of the store (demonstration mode), or with
+    // nothing goes back to the store.
+    void setDemo(std::optional<std::vector<Activity>> activities);
+    bool demo() const { return demo_.has_value(); }
+
+    // Empties the day cache: the classification inputs changed.
+    void invalidate();
+
+    // The description of the last failed write; cleared by a successful one.
+    const std::optional<std::string>& writeError() const { return writeError_; }
+
+    // For testing and benchmarks: how many whole days were classified and put in
+    // the cache since creation.
+    std::size_t daysComputed() const { return daysComputed_; }
+
+private:
+    struct CachedDay {
+        std::string fingerprint;
+        std::vector<Classified> items;
+    };
+    // What the cached days were classified with.
+    struct Inputs {
+        std::vector<Category> categories;
+        std::vector<Rule> rules;
+        std::vector<Project> projects;
+        bool operator==(const Inputs&) const = default;
+    };
+
+    std::vector<Classified> compute(Instant from, Instant to);
+    std::vector<Activity> read(Instant from, Instant to);
+    void dropCacheIfInputsChanged();
+    std::string fingerprint(Instant from, Instant to);
+
+    ActivityStore* store_;
+    Catalog& catalog_;
+    ProjectStore& projects_;
+    Clock& clock_;
+    std::optional<std::vector<Activity>> demo_;
+    std::map<Instant, CachedDay> dayCache_;
+    Inputs cachedWith_;
+    std::shared_ptr<spdlog::logger> log_;
+    std::optional<std::string> writeError_;
+    std::size_t daysComputed_ = 0;
+};
+
+} // namespace ombrelo
