@@ -21,8 +21,13 @@ void projects(CLI::App& program, Session& session);
 void work(CLI::App& program, Session& session);
 void stop(CLI::App& program, Session& session);
 void active(CLI::App& program, Session& session);
+void categories(CLI::App& program, Session& session);
+void rules(CLI::App& program, Session& session);
+void corrections(CLI::App& program, Session& session);  // assign, note, unassign
+void activities(CLI::App& program, Session& session);   // activities, explain
 
-inline constexpr Registration all[] = {status, run, replay, clients, projects, work, stop, active};
+inline constexpr Registration all[] = {status, run, replay, clients, projects, work, stop, active,
+                                       categories, rules, corrections, activities};
 
 } // namespace commands
 } // namespace ombrelo
