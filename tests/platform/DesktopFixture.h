@@ -1,0 +1,168 @@
+// A real desktop for the back-end's tests: Xvfb with openbox, windows made by a
+// tiny Xlib client with chosen classes and titles, xdotool for focus and input,
+// private dbus-daemons, and services registered on them from inside the test
+// (a stand-in logind, notification server, session manager).
+#pragma once
+
+#include "capture/Desktop.h"
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <deque>
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <memory>
+#include <exception>
+#include <cstdint>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+struct sd_bus;
+struct _XDisplay;
+
+namespace ombrelo::testing {
+
+// A child process, ended (SIGTERM, then SIGKILL) when the object goes.
+class ChildProcess {
+public:
+    // Runs `argv` with `environment` added ("KEY=value"); stdout and stderr go
+    // to `log` when given, else to /dev/null.
+    ChildProcess(const std::vector<std::string>& argv, const std::vector<std::string>& environment = {},
+                 const std::optional<std::filesystem::path>& log = std::nullopt, int extraFd = -1);
+    ~ChildProcess();
+    ChildProcess(const ChildProcess&) = delete;
+    ChildProcess& operator=(const ChildProcess&) = delete;
+
+    int pid() const { return pid_; }
+    bool running();
+    // Sends `signal` and waits for the exit; returns the exit status (-1 when
+    // killed by a signal, or still running after `timeout`).
+    int stop(int signal, std::chrono::milliseconds timeout = std::chrono::seconds(10));
+
+private:
+    int pid_ = -1;
+    std::optional<int> status_;
+};
+
+// Runs a program to its end; returns its exit status.
+int runProgram(const std::vector<std::string>& argv, const std::vector<std::string>& environment = {});
+
+// Polls `condition` until it holds or `timeout` passes, calling `pump` between
+// tries (to let events in). Tests never assert on the time this takes.
+bool eventually(const std::function<bool()>& condition, const std::function<void()>& pump = {},
+                std::chrono::milliseconds timeout = std::chrono::seconds(10));
+
+// Xvfb with openbox, started once per test program. `shared()` is null when
+// Xvfb cannot start here; `whyUnavailable()` says why.
+class XServer {
+public:
+    static XServer* shared();
+    static const std::string& whyUnavailable();
+    const std::string& display() const { return display_; }
+    // The fixture's own client connection, for making windows.
+    _XDisplay* client() const { return client_; }
+    // Writes the root window's _NET_ACTIVE_WINDOW as a window manager would (0:
+    // none), to show what openbox itself never activates: docks, windows that
+    // do not exist, a native Wayland window (XWayland then says none).
+    void announceActive(unsigned long window);
+
+    ~XServer();
+
+private:
+    XServer();
+    std::string display_;
+    std::unique_ptr<ChildProcess> xvfb_, windowManager_;
+    _XDisplay* client_ = nullptr;
+};
+
+// Skips the current test when no X server could be started.
+#define OMBRELO_REQUIRE_X(server)                                                             \
+    ::ombrelo::testing::XServer* server = ::ombrelo::testing::XServer::shared();              \
+    if (!server) GTEST_SKIP() << "Xvfb cannot start here: " << ::ombrelo::testing::XServer::whyUnavailable()
+
+// A top-level window of the test client.
+class TestWindow {
+public:
+    struct Properties {
+        std::string instance, className;         // WM_CLASS; none when both empty
+        std::optional<std::string> utf8Title;    // _NET_WM_NAME
+        std::optional<std::string> latin1Title;  // WM_NAME as STRING (bytes as given)
+        std::optional<int> pid;                  // _NET_WM_PID
+        std::optional<std::string> gtkApplicationID;
+        bool dock = false;                       // _NET_WM_WINDOW_TYPE_DOCK
+    };
+    TestWindow(XServer& server, const Properties& properties);
+    ~TestWindow();
+    TestWindow(const TestWindow&) = delete;
+    TestWindow& operator=(const TestWindow&) = delete;
+
+    unsigned long id() const { return window_; }
+    // Brings the window to the front through the window manager (xdotool) and
+    // waits until it is active.
+    void activate();
+    void setTitle(const std::string& utf8Title);
+    void destroy();
+
+private:
+    XServer& server_;
+    unsigned long window_ = 0;
+};
+
+// A private dbus-daemon, stopped with the object.
+class PrivateBus {
+public:
+    PrivateBus();
+    ~PrivateBus();
+    const std::string& address() const { return address_; }
+
+private:
+    std::unique_ptr<ChildProcess> daemon_;
+    std::string address_;
+    std::filesystem::path folder_;
+};
+
+// One connection to a bus served on its own thread, where stand-in services
+// live: everything touching its sd_bus runs there, through `run`.
+class ServiceThread {
+public:
+    explicit ServiceThread(const std::string& address);
+    ~ServiceThread();
+
+    // Runs `work` on the service thread and waits until it is done.
+    void run(const std::function<void(sd_bus*)>& work);
+    // Asks for a well-known name.
+    void own(const std::string& name);
+
+private:
+    void loop();
+
+    struct Work {
+        std::uint64_t ticket = 0;
+        std::function<void(sd_bus*)> task;
+    };
+    sd_bus* bus_ = nullptr;
+    std::mutex mutex_;
+    std::condition_variable done_;
+    std::deque<Work> work_;
+    std::uint64_t submitted_ = 0, completed_ = 0;
+    std::exception_ptr failure_;
+    std::atomic<bool> stopping_{false};
+    std::thread thread_;
+};
+
+// The observer side of the Desktop interface, as a list of readable events:
+// "activate <id>", "suspend <why>", "resume <why>".
+class RecordingObserver : public DesktopObserver {
+public:
+    void appDidActivate(const FrontApp& app) override { events.push_back("activate " + app.id); }
+    void suspend(const std::string& why) override { events.push_back("suspend " + why); }
+    void resume(const std::string& why) override { events.push_back("resume " + why); }
+    std::vector<std::string> events;
+};
+
+} // namespace ombrelo::testing

@@ -1,0 +1,229 @@
+// `ombrelo run` end to end: the real binary on Xvfb with openbox, a stand-in
+// logind on a private system bus, windows switched with xdotool, and the rows
+// it writes read back from its SQLite file.
+#include "platform/StandIns.h"
+#include "testing/TestSupport.h"
+
+#include <csignal>
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+#include <thread>
+
+namespace ombrelo::testing {
+namespace {
+
+using namespace std::chrono_literals;
+namespace fs = std::filesystem;
+
+struct Row {
+    std::string bundleID, appName, title, kind, path;
+    double start = 0, end = 0;
+};
+
+std::string column(sqlite3_stmt* statement, int index) {
+    const unsigned char* text = sqlite3_column_text(statement, index);
+    return text ? reinterpret_cast<const char*>(text) : "";
+}
+
+std::vector<Row> rows(const fs::path& database) {
+    std::vector<Row> result;
+    sqlite3* db = nullptr;
+    if (sqlite3_open_v2(database.c_str(), &db, SQLITE_OPEN_READONLY, nullptr) != SQLITE_OK) {
+        sqlite3_close(db);
+        return result;
+    }
+    sqlite3_busy_timeout(db, 2000);
+    sqlite3_stmt* statement = nullptr;
+    if (sqlite3_prepare_v2(db, "SELECT bundle_id, app_name, title, kind, path, start, end FROM activity ORDER BY start, id",
+                           -1, &statement, nullptr) == SQLITE_OK) {
+        while (sqlite3_step(statement) == SQLITE_ROW)
+            result.push_back({column(statement, 0), column(statement, 1), column(statement, 2), column(statement, 3),
+                              column(statement, 4), sqlite3_column_double(statement, 5),
+                              sqlite3_column_double(statement, 6)});
+    }
+    sqlite3_finalize(statement);
+    sqlite3_close(db);
+    return result;
+}
+
+std::string describe(const std::vector<Row>& list) {
+    std::string shown;
+    for (const Row& row : list)
+        shown += row.kind + " " + row.bundleID + " \"" + row.title + "\" " + std::to_string(row.start) + " +" +
+                 std::to_string(row.end - row.start) + "s\n";
+    return shown;
+}
+
+double wallClock() {
+    return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
+}
+
+class RunCommandTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        server = XServer::shared();
+        if (!server) GTEST_SKIP() << "Xvfb cannot start here: " << XServer::whyUnavailable();
+        writeFile(home / "share/applications/org.example.Editor.desktop",
+                  "[Desktop Entry]\nType=Application\nName=Editor\nExec=example-edit\nStartupWMClass=ExampleEdit\n");
+        writeFile(home / "share/applications/org.example.Secret.desktop",
+                  "[Desktop Entry]\nType=Application\nName=Secret\nExec=secret\nStartupWMClass=Secret\n");
+        writeFile(home / "config/ombrelo/settings.json",
+                  R"({"language": "en", "idleSeconds": 2, "privateApps": ["org.example.secret"]})");
+        writeFile(home / "project/notes.txt", "x");
+    }
+
+    std::vector<std::string> environment() const {
+        return {"HOME=" + home.path().string(),
+                "XDG_DATA_HOME=" + (home / "data").string(),
+                "XDG_CONFIG_HOME=" + (home / "config").string(),
+                "XDG_RUNTIME_DIR=" + (home / "run").string(),
+                "XDG_DATA_DIRS=" + (home / "share").string(),
+                "XDG_SESSION_TYPE=x11",
+                "XDG_SESSION_ID=" + std::string(StandInLogind::sessionID),
+                "DISPLAY=" + server->display(),
+                "OMBRELO_SYSTEM_BUS=" + systemBus.address(),
+                "DBUS_SESSION_BUS_ADDRESS=" + sessionBus.address(),
+                "OMBRELO_DB=" + database.string(),
+                "OMBRELO_LOG=info"};
+    }
+
+    std::unique_ptr<ChildProcess> startTracker() {
+        fs::create_directories(home / "run");
+        return std::make_unique<ChildProcess>(std::vector<std::string>{OMBRELO_BINARY, "run"}, environment(),
+                                              home / "tracker.log");
+    }
+
+    // Waits until the rows satisfy `condition`; on failure shows them and the log.
+    void waitForRows(const std::function<bool(const std::vector<Row>&)>& condition, const char* what) {
+        bool reached = eventually([&] { return condition(rows(database)); }, {}, 15s);
+        if (reached) return;
+        FAIL() << "never reached: " << what << "\nrows:\n" << describe(rows(database)) << "log:\n" << log();
+    }
+
+    std::string log() const { return readFile(home / "tracker.log"); }
+
+    void touchInput() {
+        static int x = 0;
+        x = (x + 37) % 500;
+        runProgram({"xdotool", "mousemove", std::to_string(100 + x), "300"}, {"DISPLAY=" + server->display()});
+    }
+
+    XServer* server = nullptr;
+    TempDir home;
+    fs::path database = home / "data/ombrelo/test.sqlite";
+    PrivateBus systemBus, sessionBus;
+};
+
+bool hasRow(const std::vector<Row>& list, const std::string& kind, const std::string& bundleID) {
+    return std::any_of(list.begin(), list.end(), [&](const Row& row) { return row.kind == kind && row.bundleID == bundleID; });
+}
+
+TEST_F(RunCommandTest, RecordsApplicationsPrivateTimeAndIdleUntilStopped) {
+    StandInLogind logind(systemBus.address());
+    TestWindow editor(*server, {.instance = "exampleedit", .className = "ExampleEdit",
+                                .utf8Title = "notes.txt (~/project) - Editor"});
+    TestWindow secret(*server, {.instance = "secret", .className = "Secret", .utf8Title = "Account 1234"});
+    TestWindow other(*server, {.instance = "other", .className = "Other", .utf8Title = "Other window"});
+    editor.activate();
+    touchInput();
+    auto tracker = startTracker();
+    waitForRows([](const auto& list) { return hasRow(list, "app", "org.example.editor"); }, "the editor's row");
+
+    // Each stays in front over a second: shorter activities are dropped.
+    std::this_thread::sleep_for(1200ms);
+    secret.activate();
+    touchInput();
+    waitForRows([](const auto& list) { return hasRow(list, "private", "org.example.secret"); }, "private time");
+    std::this_thread::sleep_for(1200ms);
+    other.activate();
+    touchInput();
+    waitForRows([](const auto& list) { return hasRow(list, "app", "other"); }, "the other window's row");
+    std::this_thread::sleep_for(1200ms);
+    touchInput();
+
+    // No input for longer than idleSeconds (2): a sample opens an idle row from
+    // the last input, and input coming back reopens the application in front.
+    waitForRows([](const auto& list) { return !list.empty() && list.back().kind == "idle"; }, "an idle row");
+    touchInput();
+    waitForRows([](const auto& list) { return !list.empty() && list.back().kind == "app"; }, "back from idle");
+
+    std::this_thread::sleep_for(1200ms);
+    double stoppedAt = wallClock();
+    EXPECT_EQ(tracker->stop(SIGTERM), 0);
+
+    std::vector<Row> list = rows(database);
+    ASSERT_EQ(list.size(), 5u) << describe(list) << log();
+    EXPECT_EQ(list[0].bundleID, "org.example.editor");
+    EXPECT_EQ(list[0].appName, "Editor");
+    EXPECT_EQ(list[0].title, "notes.txt (~/project) - Editor");
+    EXPECT_EQ(list[0].path, (home / "project/notes.txt").string());
+    EXPECT_EQ(list[1].kind, "private");
+    EXPECT_EQ(list[1].title, "");  // no title, no path: the time only
+    EXPECT_EQ(list[1].path, "");
+    EXPECT_EQ(list[2].bundleID, "other");
+    EXPECT_EQ(list[2].title, "Other window");
+    EXPECT_EQ(list[3].kind, "idle");
+    EXPECT_EQ(list[3].appName, "Inactif");
+    EXPECT_EQ(list[4].bundleID, "other");
+    for (std::size_t i = 1; i < list.size(); ++i) EXPECT_DOUBLE_EQ(list[i].start, list[i - 1].end) << "row " << i;
+    // Stopping closed the last activity when it happened, not at the last sample.
+    EXPECT_GE(list[4].end, stoppedAt - 1.0);
+}
+
+TEST_F(RunCommandTest, LockedAndSwitchedAwayTimeIsAGap) {
+    StandInLogind logind(systemBus.address());
+    TestWindow editor(*server, {.instance = "exampleedit", .className = "ExampleEdit", .utf8Title = "Draft"});
+    editor.activate();
+    touchInput();
+    auto tracker = startTracker();
+    waitForRows([](const auto& list) { return list.size() == 1; }, "the first row");
+
+    std::this_thread::sleep_for(1200ms);
+    double lockedAt = wallClock();
+    logind.lock();
+    std::this_thread::sleep_for(1500ms);
+    logind.unlock();
+    touchInput();
+    waitForRows([](const auto& list) { return list.size() == 2; }, "a row after unlock");
+
+    std::this_thread::sleep_for(1200ms);
+    logind.setActive(false);
+    std::this_thread::sleep_for(500ms);
+    logind.setActive(true);
+    touchInput();
+    waitForRows([](const auto& list) { return list.size() == 3; }, "a row after switching back");
+    std::this_thread::sleep_for(1200ms);
+    EXPECT_EQ(tracker->stop(SIGTERM), 0);
+
+    std::vector<Row> list = rows(database);
+    ASSERT_EQ(list.size(), 3u) << describe(list) << log();
+    EXPECT_LT(list[0].end, lockedAt + 1.0);         // closed at the lock
+    EXPECT_GE(list[1].start - list[0].end, 1.0);     // nothing while locked
+    EXPECT_GT(list[2].start, list[1].end);           // nor while switched away
+    for (const Row& row : list) EXPECT_EQ(row.bundleID, "org.example.editor");
+}
+
+TEST_F(RunCommandTest, AMissingPieceIsNamedAndTheDatabaseLeftAlone) {
+    auto attempt = [&](std::vector<std::string> changes) {
+        std::vector<std::string> env = environment();
+        for (const std::string& change : changes) env.push_back(change);  // later entries win
+        return runOmbrelo(home.path(), {"run"}, env);
+    };
+    CommandResult noDisplay = attempt({"DISPLAY="});
+    EXPECT_EQ(noDisplay.status, 2);
+    EXPECT_NE(noDisplay.err.find("no X11 display"), std::string::npos) << noDisplay.err;
+
+    CommandResult noSessionBus = attempt({"DBUS_SESSION_BUS_ADDRESS="});
+    EXPECT_EQ(noSessionBus.status, 2);
+    EXPECT_NE(noSessionBus.err.find("no D-Bus session bus"), std::string::npos) << noSessionBus.err;
+
+    CommandResult noSystemBus = attempt({"OMBRELO_SYSTEM_BUS=unix:path=/nonexistent/system_bus_socket"});
+    EXPECT_EQ(noSystemBus.status, 2);
+    EXPECT_NE(noSystemBus.err.find("no D-Bus system bus"), std::string::npos) << noSystemBus.err;
+
+    EXPECT_FALSE(fs::exists(database));
+    EXPECT_FALSE(fs::exists(home / "data/ombrelo"));
+}
+
+} // namespace
+} // namespace ombrelo::testing
