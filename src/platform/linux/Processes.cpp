@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cctype>
 #include <fstream>
+#include <memory>
 #include <sstream>
 
 namespace ombrelo::platform {
@@ -63,37 +64,59 @@ std::optional<int> Processes::parent(int pid) const {
     return ppid;
 }
 
-std::vector<int> Processes::children(int pid) const {
-    std::vector<int> found;
-    fs::path tasks = root_ / std::to_string(pid) / "task";
+bool Processes::kernelListsChildren() const {
+    // Kernels built without CONFIG_PROC_CHILDREN have no such file anywhere.
     std::error_code error;
-    bool kernelList = fs::exists(tasks / std::to_string(pid) / "children", error);
-    if (kernelList) {
-        for (const auto& task : fs::directory_iterator(tasks, error)) {
-            std::ifstream in(task.path() / "children");
-            for (int child; in >> child;) found.push_back(child);
-        }
-    } else {
-        // Kernels built without the children list: every process names its parent.
-        for (const auto& entry : fs::directory_iterator(root_, error)) {
-            std::string name = entry.path().filename().string();
-            if (!allDigits(name)) continue;
-            int candidate = std::stoi(name);
-            if (candidate != pid && parent(candidate) == pid) found.push_back(candidate);
-        }
+    return fs::exists(root_ / "thread-self/children", error);
+}
+
+std::vector<int> Processes::kernelChildren(int pid) const {
+    std::vector<int> found;
+    std::error_code error;
+    for (const auto& task : fs::directory_iterator(root_ / std::to_string(pid) / "task", error)) {
+        std::ifstream in(task.path() / "children");
+        for (int child; in >> child;) found.push_back(child);
     }
     std::sort(found.begin(), found.end());
     found.erase(std::unique(found.begin(), found.end()), found.end());
     return found;
 }
 
+std::multimap<int, int> Processes::parentIndex() const {
+    // Every process names its parent in its stat file: one pass over /proc.
+    std::multimap<int, int> index;
+    std::error_code error;
+    for (const auto& entry : fs::directory_iterator(root_, error)) {
+        std::string name = entry.path().filename().string();
+        if (!allDigits(name)) continue;
+        int pid = std::stoi(name);
+        if (auto ppid = parent(pid)) index.emplace(*ppid, pid);
+    }
+    return index;
+}
+
+std::function<std::vector<int>(int)> Processes::childLister() const {
+    if (kernelListsChildren()) return [this](int pid) { return kernelChildren(pid); };
+    auto index = std::make_shared<std::multimap<int, int>>(parentIndex());
+    return [index](int pid) {
+        std::vector<int> found;
+        auto [first, last] = index->equal_range(pid);
+        for (auto it = first; it != last; ++it) found.push_back(it->second);
+        std::sort(found.begin(), found.end());
+        return found;
+    };
+}
+
+std::vector<int> Processes::children(int pid) const { return childLister()(pid); }
+
 std::optional<fs::path> Processes::terminalWorkingDirectory(int terminalPid) const {
-    std::vector<int> shells = children(terminalPid);
+    auto childrenOf = childLister();
+    std::vector<int> shells = childrenOf(terminalPid);
     if (shells.size() != 1) return std::nullopt;
     int deepest = shells.front();
     // A bounded walk: a process tree is never this deep, a loop in a fake /proc is.
     for (int depth = 0; depth < 32; ++depth) {
-        std::vector<int> next = children(deepest);
+        std::vector<int> next = childrenOf(deepest);
         if (next.size() != 1) break;
         deepest = next.front();
     }

@@ -7,6 +7,8 @@
 #pragma once
 
 #include <filesystem>
+#include <functional>
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -35,6 +37,12 @@ public:
 
 private:
     std::optional<int> parent(int pid) const;
+    bool kernelListsChildren() const;
+    std::vector<int> kernelChildren(int pid) const;
+    // Children of every process, from one pass over /proc.
+    std::multimap<int, int> parentIndex() const;
+    // A lookup of children valid for one walk down the tree.
+    std::function<std::vector<int>(int)> childLister() const;
     std::filesystem::path root_;
 };
 
