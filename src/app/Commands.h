@@ -25,9 +25,15 @@ void categories(CLI::App& program, Session& session);
 void rules(CLI::App& program, Session& session);
 void corrections(CLI::App& program, Session& session);  // assign, note, unassign
 void activities(CLI::App& program, Session& session);   // activities, explain
+void summary(CLI::App& program, Session& session);
+void timeline(CLI::App& program, Session& session);
+void search(CLI::App& program, Session& session);
+void manual(CLI::App& program, Session& session);
+void billing(CLI::App& program, Session& session);  // billing mark, clear, totals
 
 inline constexpr Registration all[] = {status, run, replay, clients, projects, work, stop, active,
-                                       categories, rules, corrections, activities};
+                                       categories, rules, corrections, activities, summary, timeline, search,
+                                       manual, billing};
 
 } // namespace commands
 } // namespace ombrelo

@@ -1,0 +1,65 @@
+// ombrelo manual: records a stretch of time by hand (a meeting away from the
+// machine, a call), optionally on a project. Such time is assigned by hand, so
+// no rule ever moves it to another project.
+#include "app/Commands.h"
+#include "app/Output.h"
+#include "app/commands/ClassifyArguments.h"
+#include "app/commands/ProjectArguments.h"
+#include "app/commands/TimeModel.h"
+#include "reports/Format.h"
+#include "support/Fold.h"
+#include "support/L10n.h"
+#include "support/LocalTime.h"
+
+#include <fmt/format.h>
+#include <memory>
+
+namespace ombrelo::commands {
+
+namespace {
+
+struct Arguments {
+    std::string from, to, label;
+    std::optional<std::string> project;
+};
+
+void add(Session& session, const Arguments& arguments) {
+    Instant from = dateTimeOption("--from", arguments.from);
+    Instant to = dateTimeOption("--to", arguments.to);
+    if (!(to > from))
+        usageFailure(std::string(L10n::text("La fin doit suivre le début.", "The end must come after the start.")));
+    std::string label(trim(arguments.label));
+    if (label.empty()) usageFailure(std::string(L10n::text("Le libellé est vide.", "The label is empty.")));
+
+    TimeModel model(session);
+    std::optional<Project> project;
+    if (arguments.project && !isNone(*arguments.project)) project = requireProject(model.projects, *arguments.project);
+    auto id = model.workspace.addManual(from, to, label, project ? std::optional(project->id) : std::nullopt);
+    if (!id)
+        throw CommandFailure(exitStatus::failure,
+                             std::string(L10n::text("Temps manuel non enregistré : ", "Manual time not recorded: ")) +
+                                 model.workspace.writeError().value_or(""));
+    output::line(fmt::format("{}{}, {} {}–{} ({}), {}. {}{}.", L10n::text("Temps manuel ajouté : ", "Manual time added: "),
+                             label, local::formatDay(from), local::formatTime(from), local::formatTime(to),
+                             Format::duration(to - from), model.projects.label(project),
+                             L10n::text("Activité ", "Activity "), *id));
+}
+
+} // namespace
+
+void manual(CLI::App& program, Session& session) {
+    auto arguments = std::make_shared<Arguments>();
+    CLI::App* command = program.add_subcommand(
+        "manual", std::string(L10n::text("Ajoute du temps à la main", "Add time by hand")));
+    command->add_option("--from", arguments->from, std::string(L10n::text("Début (AAAA-MM-JJTHH:MM)", "Start (YYYY-MM-DDTHH:MM)")))
+        ->required();
+    command->add_option("--to", arguments->to, std::string(L10n::text("Fin (AAAA-MM-JJTHH:MM)", "End (YYYY-MM-DDTHH:MM)")))
+        ->required();
+    command->add_option("LABEL", arguments->label, std::string(L10n::text("Libellé", "Label")))->required();
+    command->add_option("--project", arguments->project,
+                        std::string(L10n::text("Projet (nom ou id ; « aucun » pour aucun)",
+                                               "Project (name or id; \"none\" for none)")));
+    command->callback([&session, arguments] { add(session, *arguments); });
+}
+
+} // namespace ombrelo::commands
