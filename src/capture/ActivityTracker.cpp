@@ -369,9 +369,9 @@ bool ActivityTracker::WorkHours::contain(Instant date) const {
 }
 
 bool ActivityTracker::isLoginWindow(std::string_view appID) {
-    // The macOS login window and the display managers' greeters on Linux.
-    return appID == "com.apple.loginwindow" || appID == "gdm-greeter" || appID == "lightdm-gtk-greeter" ||
-           appID == "sddm-greeter";
+    // On Linux the greeter runs outside the user's session, which logind reports
+    // as locked or inactive instead.
+    return appID == "com.apple.loginwindow";
 }
 
 // ---- Calls -----------------------------------------------------------------------------

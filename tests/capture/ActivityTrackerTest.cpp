@@ -331,6 +331,24 @@ TEST_F(TrackerTest, titleAndPageChangesStartNewActivitiesAtTheSample) {
     EXPECT_FALSE(activities[2].title) << "a title that disappears is a change too";
 }
 
+TEST_F(TrackerTest, theUsersCutLeavesTwoRowsWithTheSameDetails) {
+    std::vector<Activity> recorded;
+    tracker.onRecorded = [&](const Activity& a) { recorded.push_back(a); };
+    startWith(window("code", "Code", "devis.md"));
+    sampleFor(60);
+    tracker.splitNow();
+    sampleFor(30);
+
+    auto activities = rows();
+    ASSERT_EQ(activities.size(), 2u);
+    EXPECT_EQ(activities[0].end, at(9, 1));
+    EXPECT_EQ(activities[1].start, at(9, 1));
+    EXPECT_EQ(activities[1].end, at(9, 1, 30));
+    EXPECT_TRUE(activities[1].sameDetails(activities[0]));
+    ASSERT_EQ(recorded.size(), 2u);
+    EXPECT_EQ(recorded[1].id, activities[1].id);
+}
+
 TEST_F(TrackerTest, callsOfAMinuteOrMoreAreReportedOnceWhenTheyEnd) {
     std::vector<std::tuple<std::string, Instant, Instant>> calls;
     tracker.onCallEnded = [&](const std::string& name, Instant start, Instant end) {
