@@ -15,10 +15,20 @@ namespace fs = std::filesystem;
 
 // ---- Statement -------------------------------------------------------------
 
-Statement::~Statement() { sqlite3_finalize(statement_); }
+Statement::~Statement() {
+    if (!statement_) return;
+    if (inUse_) {
+        sqlite3_reset(statement_);
+        sqlite3_clear_bindings(statement_);
+        *inUse_ = false;
+    } else {
+        sqlite3_finalize(statement_);
+    }
+}
 
-Statement::Statement(Statement&& other) noexcept : db_(other.db_), statement_(other.statement_) {
+Statement::Statement(Statement&& other) noexcept : db_(other.db_), statement_(other.statement_), inUse_(other.inUse_) {
     other.statement_ = nullptr;
+    other.inUse_ = nullptr;
 }
 
 bool Statement::step() {
@@ -107,8 +117,7 @@ Database::Database(const fs::path& path, std::int64_t targetVersion) : path_(pat
     try {
         std::int64_t found = userVersion();
         if (found > schemaVersion) {
-            sqlite3_close(db_);
-            db_ = nullptr;
+            close();
             log->error("Base d'une version plus récente de Ombrelo ({}) : non ouverte", found);
             throw NewerDatabaseError(found, schemaVersion);
         }
@@ -119,8 +128,7 @@ Database::Database(const fs::path& path, std::int64_t targetVersion) : path_(pat
         execute("PRAGMA synchronous = NORMAL");
         migrate(*this, targetVersion);
     } catch (...) {
-        if (db_) sqlite3_close(db_);
-        db_ = nullptr;
+        close();
         throw;
     }
     log->info("Base ouverte : {}", path_.string());
@@ -138,18 +146,36 @@ void Database::open() {
     sqlite3_busy_timeout(db_, 2000);
 }
 
-Database::~Database() { sqlite3_close(db_); }
+Database::~Database() { close(); }
+
+void Database::close() {
+    for (auto& [sql, cached] : statements_) sqlite3_finalize(cached.statement);
+    statements_.clear();
+    sqlite3_close(db_);
+    db_ = nullptr;
+}
 
 void Database::fail() const { throw DatabaseError(db_ ? sqlite3_errmsg(db_) : ""); }
 
-Statement Database::prepare(std::string_view sql, const std::vector<SQLValue>& values) {
+sqlite3_stmt* Database::compile(std::string_view sql) {
     sqlite3_stmt* raw = nullptr;
     int result = sqlite3_prepare_v2(db_, sql.data(), static_cast<int>(sql.size()), &raw, nullptr);
     if (result != SQLITE_OK || !raw) {
         sqlite3_finalize(raw);
         fail();
     }
-    Statement statement(db_, raw);
+    return raw;
+}
+
+Statement Database::prepare(std::string_view sql, const std::vector<SQLValue>& values) {
+    auto cached = statements_.find(std::string(sql));
+    if (cached == statements_.end() && statements_.size() < maxCachedStatements)
+        cached = statements_.emplace(std::string(sql), CachedStatement{compile(sql), false}).first;
+    Statement statement = cached != statements_.end() && !cached->second.inUse
+                              ? Statement(db_, cached->second.statement, &cached->second.inUse)
+                              : Statement(db_, compile(sql), nullptr);
+    if (statement.inUse_) *statement.inUse_ = true;
+    sqlite3_stmt* raw = statement.statement_;
     int index = 1;
     for (const SQLValue& value : values) {
         int bound = std::visit(

@@ -16,6 +16,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <variant>
 #include <vector>
 
@@ -35,10 +36,10 @@ inline SQLValue sqlInt(const std::optional<std::int64_t>& value) {
     return value ? SQLValue(*value) : SQLValue(nullptr);
 }
 
-// A prepared statement, finalized when it goes out of scope.
+// A prepared statement with its bound values. When it goes out of scope it is
+// finalized, or reset and handed back to its Database's cache.
 class Statement {
 public:
-    Statement(sqlite3* db, sqlite3_stmt* statement) : db_(db), statement_(statement) {}
     ~Statement();
     Statement(Statement&& other) noexcept;
     Statement(const Statement&) = delete;
@@ -62,8 +63,13 @@ public:
     SQLValue value(int column) const;
 
 private:
+    friend class Database;
+    // `inUse` is the cache entry's flag for a cached statement, else nullptr.
+    Statement(sqlite3* db, sqlite3_stmt* statement, bool* inUse) : db_(db), statement_(statement), inUse_(inUse) {}
+
     sqlite3* db_;
     sqlite3_stmt* statement_;
+    bool* inUse_;
 };
 
 class Database {
@@ -92,7 +98,8 @@ public:
 
     const std::filesystem::path& path() const { return path_; }
 
-    // Compiles one statement and binds `values` to parameters 1, 2, …
+    // Compiles one statement (or reuses the compiled one for the same text) and
+    // binds `values` to parameters 1, 2, …
     Statement prepare(std::string_view sql, const std::vector<SQLValue>& values = {});
     // Prepares and steps once; the statement must finish. Returns the last
     // inserted row id.
@@ -113,11 +120,23 @@ public:
     bool inTransaction() const;
 
 private:
+    // A compiled statement kept for its SQL text. Compiling is the largest cost
+    // of the capture loop's writes (the sync triggers are compiled with each
+    // insert and update), so each text is compiled once per connection.
+    struct CachedStatement {
+        sqlite3_stmt* statement = nullptr;
+        bool inUse = false;  // a Statement holds it; a second user gets its own copy
+    };
+    static constexpr std::size_t maxCachedStatements = 256;
+
     void open();
+    void close();
+    sqlite3_stmt* compile(std::string_view sql);
     [[noreturn]] void fail() const;
 
     std::filesystem::path path_;
     sqlite3* db_ = nullptr;
+    std::unordered_map<std::string, CachedStatement> statements_;
 };
 
 // A transaction that rolls back unless committed. At the outermost level it is
