@@ -56,6 +56,8 @@ std::vector<SQLValue> ruleValues(const Rule& rule) {
             sqlText(encodeWeekdays(rule.weekdays))};
 }
 
+constexpr std::size_t fieldIndex(Rule::Field field) { return static_cast<std::size_t>(field); }
+
 void appendKeyPart(std::string& key, const std::optional<std::string>& value) {
     if (!value) {
         key += '\0';
@@ -96,10 +98,7 @@ bool Catalog::reload() {
         for (std::size_t i = 0; i < categories_.size(); ++i) categoryIndex_[categories_[i].id] = i;
         if (rules != rules_) {
             rules_ = std::move(rules);
-            matchers_.clear();
-            matchers_.reserve(rules_.size());
-            for (const Rule& rule : rules_) matchers_.emplace_back(rule);
-            matchCache_.clear();
+            prepareRules();
         }
         return true;
     } catch (const DatabaseError& error) {
@@ -223,7 +222,97 @@ void Catalog::seedIfNeeded() {
     }
 }
 
+void Catalog::prepareRules() {
+    matchers_.clear();
+    plans_.clear();
+    for (auto& tests : fieldTests_) tests.clear();
+    matchers_.reserve(rules_.size());
+    for (std::uint32_t i = 0; i < rules_.size(); ++i) {
+        const RuleMatcher& matcher = matchers_.emplace_back(rules_[i]);
+        Plan plan;
+        auto& own = fieldTests_[fieldIndex(rules_[i].field)];
+        plan.base = static_cast<std::uint32_t>(own.size());
+        own.push_back({i, -1});
+        for (std::size_t k = 0; k < matcher.conditionCount(); ++k) {
+            std::size_t field = fieldIndex(matcher.conditionField(k));
+            plan.conditions.emplace_back(field, static_cast<std::uint32_t>(fieldTests_[field].size()));
+            fieldTests_[field].push_back({i, static_cast<std::int32_t>(k)});
+        }
+        plans_.push_back(std::move(plan));
+    }
+    matchCache_.clear();
+    for (FieldMemo& memo : fieldMemo_) memo = {};
+}
+
+std::uint32_t Catalog::fieldID(std::size_t field, const Activity& activity) {
+    if (fieldTests_[field].empty()) return 0;
+    auto fieldValue = static_cast<Rule::Field>(field);
+    std::string& key = fieldKeyBuffer_;
+    key.clear();
+    switch (fieldValue) {
+    case Rule::Field::app:
+        appendKeyPart(key, activity.bundleID);
+        appendKeyPart(key, activity.appName);
+        break;
+    case Rule::Field::domain:
+        appendKeyPart(key, activity.domain);
+        break;
+    case Rule::Field::title:
+        appendKeyPart(key, activity.title);
+        break;
+    case Rule::Field::path:
+        appendKeyPart(key, activity.path);
+        break;
+    case Rule::Field::url:
+        appendKeyPart(key, activity.url);
+        break;
+    }
+    FieldMemo& memo = fieldMemo_[field];
+    if (auto found = memo.ids.find(std::string_view(key)); found != memo.ids.end()) return found->second;
+
+    // The activity reduced to this one field, so that the results hold for
+    // every activity with the same key.
+    Activity part;
+    switch (fieldValue) {
+    case Rule::Field::app:
+        part.bundleID = activity.bundleID;
+        part.appName = activity.appName;
+        break;
+    case Rule::Field::domain:
+        part.domain = activity.domain;
+        break;
+    case Rule::Field::title:
+        part.title = activity.title;
+        break;
+    case Rule::Field::path:
+        part.path = activity.path;
+        break;
+    case Rule::Field::url:
+        part.url = activity.url;
+        break;
+    }
+    MatchSubject subject(part);
+    std::vector<std::int64_t> results;
+    results.reserve(fieldTests_[field].size());
+    for (const FieldTest& test : fieldTests_[field]) {
+        const RuleMatcher& matcher = matchers_[test.rule];
+        if (test.condition < 0) results.push_back(matcher.baseScore(subject).value_or(-1));
+        else results.push_back(matcher.conditionHolds(static_cast<std::size_t>(test.condition), subject) ? 1 : 0);
+    }
+    auto id = static_cast<std::uint32_t>(memo.results.size());
+    memo.results.push_back(std::move(results));
+    memo.ids.emplace(key, id);
+    return id;
+}
+
 const std::vector<Catalog::Candidate>& Catalog::candidates(const Activity& activity) {
+    bool full = matchCache_.size() >= matchCacheLimit;
+    for (const FieldMemo& memo : fieldMemo_) full = full || memo.results.size() >= matchCacheLimit;
+    if (full) {
+        matchCache_.clear();
+        for (FieldMemo& memo : fieldMemo_) memo = {};
+    }
+
     keyBuffer_.clear();
     appendKeyPart(keyBuffer_, activity.bundleID);
     appendKeyPart(keyBuffer_, activity.appName);
@@ -231,18 +320,24 @@ const std::vector<Catalog::Candidate>& Catalog::candidates(const Activity& activ
     appendKeyPart(keyBuffer_, activity.domain);
     appendKeyPart(keyBuffer_, activity.path);
     appendKeyPart(keyBuffer_, activity.url);
-    if (auto found = matchCache_.find(std::string_view(keyBuffer_)); found != matchCache_.end()) return found->second;
+    if (auto known = matchCache_.find(std::string_view(keyBuffer_)); known != matchCache_.end()) return known->second;
 
-    std::vector<Candidate> found;
-    MatchSubject subject(activity);
-    for (std::size_t i = 0; i < matchers_.size(); ++i) {
+    std::array<std::uint32_t, 5> text;
+    for (std::size_t field = 0; field < text.size(); ++field) text[field] = fieldID(field, activity);
+    auto entry = matchCache_.emplace(keyBuffer_, std::vector<Candidate>()).first;
+    std::vector<Candidate>& found = entry->second;
+    for (std::uint32_t i = 0; i < rules_.size(); ++i) {
         const Rule& rule = rules_[i];
         if (!rule.categoryID && !rule.projectID) continue;  // inert
-        if (auto score = matchers_[i].staticScore(subject))
-            found.push_back({static_cast<std::uint32_t>(i), *score});
+        const Plan& plan = plans_[i];
+        std::int64_t base = fieldMemo_[fieldIndex(rule.field)].results[text[fieldIndex(rule.field)]][plan.base];
+        auto score = matchers_[i].combine(base < 0 ? std::nullopt : std::optional(base), [&](std::size_t k) {
+            auto [field, test] = plan.conditions[k];
+            return fieldMemo_[field].results[text[field]][test] != 0;
+        });
+        if (score) found.push_back({i, *score});
     }
-    if (matchCache_.size() >= matchCacheLimit) matchCache_.clear();
-    return matchCache_.emplace(keyBuffer_, std::move(found)).first->second;
+    return found;
 }
 
 Catalog::Best Catalog::best(const std::vector<Candidate>& candidates, MatchSubject& subject, bool forProject) const {

@@ -25,6 +25,7 @@
 #include "classify/RuleMatching.h"
 #include "storage/Activity.h"
 
+#include <array>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -106,10 +107,11 @@ public:
 
     // Each activity's category and project, in input order: a manual or active
     // correction first, then the rules. Projects are resolved among `projects`.
-    std::vector<Classified> classify(const std::vector<Activity>& activities, const std::vector<Project>& projects);
+    // Pass the activities as an rvalue when they are not needed afterwards: they
+    // move into the results instead of being copied.
+    std::vector<Classified> classify(std::vector<Activity> activities, const std::vector<Project>& projects);
     // The same with what decided each result.
-    std::vector<Classification> classifyDetailed(const std::vector<Activity>& activities,
-                                                 const std::vector<Project>& projects);
+    std::vector<Classification> classifyDetailed(std::vector<Activity> activities, const std::vector<Project>& projects);
 
     // Stores a correction for each id in one transaction. Returns false (nothing
     // written) on failure.
@@ -148,7 +150,31 @@ private:
         std::size_t operator()(std::string_view text) const { return std::hash<std::string_view>{}(text); }
     };
 
+    // Where a rule's parts sit among the memoised tests: its base score among
+    // the tests of its field, each condition among the tests of its own field.
+    struct Plan {
+        std::uint32_t base = 0;
+        std::vector<std::pair<std::size_t, std::uint32_t>> conditions;  // field index, test index
+    };
+    // One test of a field: a rule's base score (condition −1) or one of its
+    // conditions.
+    struct FieldTest {
+        std::uint32_t rule;
+        std::int32_t condition;
+    };
+    // The distinct values of one field seen so far, each with the results of
+    // every test on that field: a base score or −1, a condition 1 or 0.
+    struct FieldMemo {
+        std::unordered_map<std::string, std::uint32_t, KeyHash, std::equal_to<>> ids;
+        std::vector<std::vector<std::int64_t>> results;  // by id
+    };
     const std::vector<Candidate>& candidates(const Activity& activity);
+    // The id of the activity's value of `field`, its test results computed on
+    // first sight.
+    std::uint32_t fieldID(std::size_t field, const Activity& activity);
+    template <typename Emit>  // void(Classification&&)
+    void classifyEach(std::vector<Activity>& activities, const std::vector<Project>& projects, Emit&& emit);
+    void prepareRules();
     // The best rule naming a category (or a project) among the candidates.
     Best best(const std::vector<Candidate>& candidates, MatchSubject& subject, bool forProject) const;
     std::optional<Category> categoryOfRule(std::uint32_t rule) const;
@@ -165,8 +191,14 @@ private:
     std::unordered_map<std::int64_t, std::size_t> categoryIndex_;
     std::optional<std::string> lastError_;
 
+    // Two levels of memo, emptied whenever the rules change: test results by
+    // the value of one field (a title recurs with many applications and sites, a
+    // site with many titles), and rule candidates by whole activity text.
     std::unordered_map<std::string, std::vector<Candidate>, KeyHash, std::equal_to<>> matchCache_;
-    std::string keyBuffer_;
+    std::array<FieldMemo, 5> fieldMemo_;
+    std::vector<Plan> plans_;                           // parallel to rules_
+    std::array<std::vector<FieldTest>, 5> fieldTests_;  // by field
+    std::string keyBuffer_, fieldKeyBuffer_;
 };
 
 } // namespace ombrelo

@@ -58,16 +58,8 @@ std::map<std::int64_t, Assignment> Catalog::loadOverrides(const std::vector<std:
     return rows;
 }
 
-std::vector<Classified> Catalog::classify(const std::vector<Activity>& activities, const std::vector<Project>& projects) {
-    std::vector<Classification> detailed = classifyDetailed(activities, projects);
-    std::vector<Classified> items;
-    items.reserve(detailed.size());
-    for (Classification& one : detailed) items.push_back(std::move(one.item));
-    return items;
-}
-
-std::vector<Classification> Catalog::classifyDetailed(const std::vector<Activity>& activities,
-                                                      const std::vector<Project>& projects) {
+template <typename Emit>
+void Catalog::classifyEach(std::vector<Activity>& activities, const std::vector<Project>& projects, Emit&& emit) {
     std::vector<std::int64_t> ids;
     ids.reserve(activities.size());
     for (const Activity& activity : activities)
@@ -82,27 +74,15 @@ std::vector<Classification> Catalog::classifyDetailed(const std::vector<Activity
         return found == projectIndex.end() ? std::nullopt : std::optional(*found->second);
     };
 
-    std::vector<Classification> results;
-    results.reserve(activities.size());
-    for (const Activity& activity : activities) {
+    for (Activity& activity : activities) {
         Classification result;
-        result.item.activity = activity;
         const std::vector<Candidate>& found = candidates(activity);
         MatchSubject subject(activity);
 
         Best projectRule;
         if (activity.kind != Activity::Kind::idle) projectRule = best(found, subject, true);
-        std::optional<Category> ruleCategory;
-        std::optional<std::int64_t> categoryRuleID;
-        if (activity.kind != Activity::Kind::privateTime) {
-            Best categoryRule = best(found, subject, false);
-            if (categoryRule.rule) {
-                ruleCategory = categoryOfRule(*categoryRule.rule);
-                if (ruleCategory) categoryRuleID = rules_[*categoryRule.rule].id;
-            } else {
-                ruleCategory = fallbackCategory(activity);
-            }
-        }
+        Best categoryRule;
+        if (activity.kind != Activity::Kind::privateTime) categoryRule = best(found, subject, false);
 
         auto row = overrides.find(activity.id);
         const Assignment* stored = row == overrides.end() ? nullptr : &row->second;
@@ -115,19 +95,36 @@ std::vector<Classification> Catalog::classifyDetailed(const std::vector<Activity
             if (result.item.project) result.projectRuleID = rules_[*projectRule.rule].id;
         }
 
-        std::optional<Category> storedCategory = stored && stored->categoryID ? category(*stored->categoryID) : std::nullopt;
-        if (storedCategory) {
-            result.item.category = std::move(storedCategory);
-        } else {
-            result.item.category = std::move(ruleCategory);
-            result.categoryRuleID = categoryRuleID;
+        if (stored && stored->categoryID) result.item.category = category(*stored->categoryID);
+        if (!result.item.category && activity.kind != Activity::Kind::privateTime) {
+            if (categoryRule.rule) {
+                result.item.category = categoryOfRule(*categoryRule.rule);
+                if (result.item.category) result.categoryRuleID = rules_[*categoryRule.rule].id;
+            } else {
+                result.item.category = fallbackCategory(activity);
+            }
         }
         if (stored) {
             result.item.note = stored->note;
             result.assignment = *stored;
         }
-        results.push_back(std::move(result));
+        result.item.activity = std::move(activity);
+        emit(std::move(result));
     }
+}
+
+std::vector<Classified> Catalog::classify(std::vector<Activity> activities, const std::vector<Project>& projects) {
+    std::vector<Classified> items;
+    items.reserve(activities.size());
+    classifyEach(activities, projects, [&](Classification&& one) { items.push_back(std::move(one.item)); });
+    return items;
+}
+
+std::vector<Classification> Catalog::classifyDetailed(std::vector<Activity> activities,
+                                                      const std::vector<Project>& projects) {
+    std::vector<Classification> results;
+    results.reserve(activities.size());
+    classifyEach(activities, projects, [&](Classification&& one) { results.push_back(std::move(one)); });
     return results;
 }
 

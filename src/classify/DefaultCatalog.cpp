@@ -178,15 +178,11 @@ constexpr DefaultRule linuxRules[] = {
     {F::app, "org.gnome.music", "Divertissement"},
 };
 
-constexpr std::string_view palette[] = {"teal",  "carmine", "yellow", "lavender", "green",
-                                        "peach", "blue",    "orange", "pink",     "gray"};
-
 } // namespace
 
 std::span<const DefaultCategory> defaultCategories() { return categories; }
 std::span<const DefaultRule> defaultRules() { return rules; }
 std::span<const DefaultRule> linuxDefaultRules() { return linuxRules; }
-std::span<const std::string_view> paletteColors() { return palette; }
 
 std::string localizedCategoryName(std::string_view defaultName) {
     for (const DefaultCategory& category : categories)

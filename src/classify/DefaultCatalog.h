@@ -41,7 +41,4 @@ std::string localizedCategoryName(std::string_view defaultName);
 // localisation; otherwise `name` unchanged.
 std::string defaultKey(std::string_view name);
 
-// The palette keys a category (or project) colour may take.
-std::span<const std::string_view> paletteColors();
-
 } // namespace ombrelo

@@ -33,7 +33,6 @@ std::string utf8(const icu::UnicodeString& text) {
 
 constexpr std::size_t index(Rule::Field field) { return static_cast<std::size_t>(field); }
 
-constexpr std::int64_t conditionBonus = 20;
 constexpr std::int64_t windowBonus = 15;
 constexpr std::int64_t weekdayBonus = 15;
 
@@ -225,13 +224,7 @@ std::optional<std::int64_t> RuleMatcher::legacyScore(MatchSubject& subject) cons
 
 std::optional<std::int64_t> RuleMatcher::staticScore(MatchSubject& subject) const {
     if (emptyCondition_) return std::nullopt;
-    std::optional<std::int64_t> score = baseScore(subject);
-    if (!score) return std::nullopt;
-    for (const Test& condition : conditions_) {
-        if (!matches(condition, subject)) return std::nullopt;
-        score = addScores(*score, conditionBonus);
-    }
-    return score;
+    return combine(baseScore(subject), [&](std::size_t k) { return matches(conditions_[k], subject); });
 }
 
 std::optional<std::int64_t> RuleMatcher::timeScore(MatchSubject& subject) const {

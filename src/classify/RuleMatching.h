@@ -73,6 +73,8 @@ private:
 // and the pattern's length counted once.
 class RuleMatcher {
 public:
+    static constexpr std::int64_t conditionBonus = 20;
+
     explicit RuleMatcher(Rule rule);
 
     const Rule& rule() const { return rule_; }
@@ -80,6 +82,24 @@ public:
     // Base score plus conditions; absent when the rule does not apply to the
     // activity's text.
     std::optional<std::int64_t> staticScore(MatchSubject& subject) const;
+
+    // The parts of the static score, for a caller that caches them per field
+    // value: the base score reads only the rule's field, condition k only its
+    // own field. combine() adds them up exactly as staticScore does.
+    std::optional<std::int64_t> baseScore(MatchSubject& subject) const;
+    std::size_t conditionCount() const { return conditions_.size(); }
+    Rule::Field conditionField(std::size_t k) const { return conditions_[k].field; }
+    bool conditionHolds(std::size_t k, MatchSubject& subject) const { return matches(conditions_[k], subject); }
+    template <typename Holds>  // bool(std::size_t k)
+    std::optional<std::int64_t> combine(std::optional<std::int64_t> base, Holds&& holds) const {
+        if (emptyCondition_ || !base) return std::nullopt;
+        std::int64_t score = *base;
+        for (std::size_t k = 0; k < conditions_.size(); ++k) {
+            if (!holds(k)) return std::nullopt;
+            score = addScores(score, conditionBonus);
+        }
+        return score;
+    }
     // Whether the rule has a window or weekdays.
     bool timeRestricted() const { return rule_.hasWindow() || !rule_.weekdays.empty(); }
     // What the window and weekdays add (0 without restriction); absent when the
@@ -98,7 +118,6 @@ private:
     };
     static Test prepare(Rule::Field field, Rule::Operator op, const std::string& pattern);
     static bool matches(const Test& test, MatchSubject& subject);
-    std::optional<std::int64_t> baseScore(MatchSubject& subject) const;
     std::optional<std::int64_t> legacyScore(MatchSubject& subject) const;
 
     Rule rule_;

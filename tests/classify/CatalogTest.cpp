@@ -2,6 +2,7 @@
 #include "classify/DefaultCatalog.h"
 #include "storage/Database.h"
 #include "support/L10n.h"
+#include "support/LocalTime.h"
 #include "testing/TestSupport.h"
 
 #include <gtest/gtest.h>
@@ -238,6 +239,72 @@ TEST_F(CatalogTest, RuleChangesReachTheMatchCache) {
     EXPECT_EQ(categoryOf(catalog, a), "Design");
     ASSERT_TRUE(catalog.remove(catalog.rules().back()));
     EXPECT_EQ(categoryOf(catalog, a), "-");
+}
+
+// The catalogue memoises test results per field value and candidates per
+// activity text; whatever it caches, its choice must be the one direct scoring
+// of every rule gives.
+TEST_F(CatalogTest, MemoisedChoiceAgreesWithDirectScoring) {
+    testing::ScopedTimeZone paris("Europe/Paris");
+    Catalog catalog(db);
+    std::int64_t code = categoryID(catalog, "Code"), design = categoryID(catalog, "Design"),
+                 writing = categoryID(catalog, "Rédaction");
+    std::int64_t project = db.run("INSERT INTO project (name, color) VALUES ('Refonte', 'teal')");
+    auto add = [&](Field field, std::string pattern, std::optional<Op> op, std::optional<std::int64_t> category,
+                   std::vector<Rule::Condition> conditions = {}, std::optional<std::int64_t> projectID = std::nullopt) {
+        Rule rule;
+        rule.field = field;
+        rule.pattern = std::move(pattern);
+        rule.op = op;
+        rule.categoryID = category;
+        rule.projectID = projectID;
+        rule.conditions = std::move(conditions);
+        return *catalog.save(rule);
+    };
+    add(Field::domain, "github.com", Op::is, design, {{Field::title, Op::contains, "dupont"}});
+    add(Field::title, "dupont", Op::contains, writing, {{Field::app, Op::is, "firefox"}, {Field::url, Op::contains, "pull"}});
+    add(Field::title, "^pr #\\d+", Op::regex, code, {{Field::domain, Op::endsWith, ".com"}});
+    add(Field::url, "github.com/dupont", Op::contains, std::nullopt, {}, project);
+    add(Field::title, "dupont", Op::contains, std::nullopt, {{Field::domain, Op::is, "gitlab.com"}}, project);
+    std::int64_t timed = add(Field::title, "pr", Op::startsWith, writing);
+    Rule window = *std::find_if(catalog.rules().begin(), catalog.rules().end(), [&](const Rule& r) { return r.id == timed; });
+    window.startMinute = 9 * 60;
+    window.endMinute = 12 * 60;
+    window.weekdays = {3};
+    ASSERT_TRUE(catalog.save(window));
+
+    std::vector<Activity> activities;
+    for (std::string browser : {"firefox", "org.gnome.terminal"})
+        for (std::optional<std::string> domain : {std::optional<std::string>("github.com"), std::optional<std::string>("gitlab.com"),
+                                                  std::optional<std::string>()})
+            for (std::string title : {"PR #12 · dupont/site", "pr 3 martin", "Réunion"})
+                for (std::optional<std::string> url : {std::optional<std::string>("https://github.com/dupont/site/pull/12"),
+                                                       std::optional<std::string>()})
+                    for (int hour : {10, 15}) {
+                        Activity a = app(browser, "App");
+                        a.domain = domain;
+                        a.title = title;
+                        a.url = url;
+                        a.start = local::make(2026, 3, 3, hour, 0);  // a Tuesday
+                        a.end = a.start + 60;
+                        activities.push_back(a);
+                    }
+    // Twice: the second pass answers from the caches.
+    for (int pass = 0; pass < 2; ++pass) {
+        std::vector<Classification> results = catalog.classifyDetailed(activities, {{project, {}, "Refonte", "teal"}});
+        for (std::size_t i = 0; i < activities.size(); ++i) {
+            std::optional<std::int64_t> bestCategory, bestProject;
+            std::int64_t categoryScore = 0, projectScore = 0;
+            for (const RuleScore& scored : catalog.applicableRules(activities[i])) {
+                if (scored.rule.categoryID && (!bestCategory || scored.score > categoryScore))
+                    bestCategory = scored.rule.id, categoryScore = scored.score;
+                if (scored.rule.projectID && (!bestProject || scored.score > projectScore))
+                    bestProject = scored.rule.id, projectScore = scored.score;
+            }
+            EXPECT_EQ(results[i].categoryRuleID, bestCategory) << i;
+            EXPECT_EQ(results[i].projectRuleID, bestProject) << i;
+        }
+    }
 }
 
 TEST_F(CatalogTest, DeletingACategoryRemovesItsRules) {
