@@ -56,24 +56,35 @@ std::vector<Classified> Workspace::items(Instant from, Instant to) {
     if (!first) return {};
 
     Instant today = local::startOfDay(clock_.now());
-    std::vector<Classified> result;
+    std::optional<Generation> now = demo_ ? std::nullopt : generation();
+    // The days' parts first (cached days by address: the map keeps its entries
+    // in place), then one copy into a result of the right size.
+    std::vector<const std::vector<Classified>*> parts;  // null: the next of `fresh`
+    std::vector<std::vector<Classified>> fresh;
+    std::size_t count = 0;
     for (Instant day = local::startOfDay(std::max(from, *first)); day < to;) {
         Instant next = local::addDays(day, 1);
         bool wholePastDay = day >= from && next <= to && next <= today;
         if (wholePastDay && !demo_) {
-            std::string print = fingerprint(day, next);
-            auto cached = dayCache_.find(day);
-            if (cached == dayCache_.end() || cached->second.fingerprint != print) {
-                dayCache_[day] = CachedDay{print, compute(day, next)};
-                cached = dayCache_.find(day);
-                ++daysComputed_;
-            }
-            result.insert(result.end(), cached->second.items.begin(), cached->second.items.end());
+            parts.push_back(&cachedDay(day, next, now));
         } else {
-            auto part = compute(std::max(day, from), std::min(next, to));
-            result.insert(result.end(), std::make_move_iterator(part.begin()), std::make_move_iterator(part.end()));
+            fresh.push_back(compute(std::max(day, from), std::min(next, to)));
+            parts.push_back(nullptr);
         }
+        count += parts.back() ? parts.back()->size() : fresh.back().size();
         day = next;
+    }
+    std::vector<Classified> result;
+    result.reserve(count);
+    auto computed = fresh.begin();
+    for (const std::vector<Classified>* part : parts) {
+        if (part) {
+            result.insert(result.end(), part->begin(), part->end());
+        } else {
+            result.insert(result.end(), std::make_move_iterator(computed->begin()),
+                          std::make_move_iterator(computed->end()));
+            ++computed;
+        }
     }
     return result;
 }
@@ -103,7 +114,7 @@ std::vector<Classified> Workspace::search(std::string_view text, Instant from, I
             log_->warn("Recherche impossible : {}", error.description());
         }
     }
-    return catalog_.classify(found, projects_.projects());
+    return catalog_.classify(std::move(found), projects_.projects());
 }
 
 bool Workspace::write(std::string_view label, const std::function<void()>& body) {
@@ -171,7 +182,7 @@ std::vector<Classified> Workspace::compute(Instant from, Instant to) {
         activity.start = std::max(activity.start, from);
         activity.end = std::min(activity.end, to);
     }
-    return catalog_.classify(activities, projects_.projects());
+    return catalog_.classify(std::move(activities), projects_.projects());
 }
 
 std::vector<Activity> Workspace::read(Instant from, Instant to) {
@@ -190,6 +201,35 @@ std::vector<Activity> Workspace::read(Instant from, Instant to) {
     }
     if (store_->severalDevices()) activities = mergeDevices(std::move(activities));
     return activities;
+}
+
+const std::vector<Classified>& Workspace::cachedDay(Instant day, Instant next, const std::optional<Generation>& now) {
+    auto cached = dayCache_.find(day);
+    if (cached != dayCache_.end() && now && cached->second.checkedAt == now) return cached->second.items;
+    std::string print = fingerprint(day, next);
+    if (cached != dayCache_.end() && cached->second.fingerprint == print) {
+        cached->second.checkedAt = now;
+        return cached->second.items;
+    }
+    ++daysComputed_;
+    // The generation was read before the fingerprint: a change in between
+    // makes the next read check the fingerprint again.
+    CachedDay& entry = dayCache_[day];
+    entry = CachedDay{std::move(print), now, compute(day, next)};
+    return entry.items;
+}
+
+std::optional<Workspace::Generation> Workspace::generation() {
+    try {
+        Database& db = store_->database();
+        auto version = db.queryInt("PRAGMA data_version");
+        auto changes = db.queryInt("SELECT total_changes()");
+        if (!version || !changes) return std::nullopt;
+        return Generation{*version, *changes};
+    } catch (const DatabaseError& error) {
+        log_->warn("Lecture impossible : {}", error.description());
+        return std::nullopt;
+    }
 }
 
 std::string Workspace::fingerprint(Instant from, Instant to) {

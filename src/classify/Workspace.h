@@ -7,7 +7,10 @@
 //
 // Whole past days are cached by the fingerprint of their rows, so a month or a
 // year is not reclassified on every request; today and the partial days at the
-// edges of a period are always computed afresh. The cache is emptied when the
+// edges of a period are always computed afresh. A cached day is checked against
+// its fingerprint only when the database may have changed since: while neither
+// this connection has written (SQLite's total_changes) nor another one has
+// committed (PRAGMA data_version), a cached day is served without a query. The cache is emptied when the
 // classification inputs change: when told so (invalidate(), which the
 // catalogue's and the project store's change announcements call), after every
 // write of its own, and whenever it notices that the categories, rules or
@@ -101,8 +104,15 @@ public:
     std::size_t daysComputed() const { return daysComputed_; }
 
 private:
+    // Marks the state of the whole database: equal marks mean no row changed.
+    struct Generation {
+        std::int64_t dataVersion = 0;   // other connections' commits
+        std::int64_t totalChanges = 0;  // this connection's writes
+        bool operator==(const Generation&) const = default;
+    };
     struct CachedDay {
         std::string fingerprint;
+        std::optional<Generation> checkedAt;  // when the fingerprint last matched
         std::vector<Classified> items;
     };
     // What the cached days were classified with.
@@ -117,6 +127,9 @@ private:
     std::vector<Activity> read(Instant from, Instant to);
     void dropCacheIfInputsChanged();
     std::string fingerprint(Instant from, Instant to);
+    std::optional<Generation> generation();
+    // The cached items of the whole day [day, next), recomputed when stale.
+    const std::vector<Classified>& cachedDay(Instant day, Instant next, const std::optional<Generation>& now);
 
     ActivityStore* store_;
     Catalog& catalog_;

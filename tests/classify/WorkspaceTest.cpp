@@ -107,6 +107,25 @@ TEST_F(WorkspaceTest, WholePastDaysAreClassifiedOnceUntilTheirRowsChange) {
     EXPECT_EQ(workspace.daysComputed(), 2u);
 }
 
+TEST_F(WorkspaceTest, RowsWrittenByAnotherProcessAreNoticed) {
+    record(monday + 9 * 3600, monday + 10 * 3600);
+    ASSERT_EQ(workspace.day(monday).size(), 1u);
+    {
+        // An import or a sync in another process, on its own connection.
+        Database other{dir / "workspace.sqlite"};
+        ActivityStore otherStore{other};
+        Activity a;
+        a.start = monday + 14 * 3600;
+        a.end = monday + 15 * 3600;
+        a.appName = "Terminal";
+        otherStore.insert(a);
+    }
+    EXPECT_EQ(workspace.day(monday).size(), 2u);
+    EXPECT_EQ(workspace.daysComputed(), 2u);
+    workspace.day(monday);
+    EXPECT_EQ(workspace.daysComputed(), 2u);
+}
+
 TEST_F(WorkspaceTest, RuleOrProjectEditEmptiesTheCache) {
     Project refonte = addProject("Refonte");
     record(monday + 9 * 3600, monday + 10 * 3600);
