@@ -113,6 +113,21 @@ void Catalog::failed(std::string_view format, const std::string& description) {
     log_->error(fmt::runtime(format), description);
 }
 
+std::uint64_t Catalog::subscribe(std::function<void()> listener) {
+    listeners_.emplace(nextListener_, std::move(listener));
+    return nextListener_++;
+}
+
+void Catalog::unsubscribe(std::uint64_t key) { listeners_.erase(key); }
+
+void Catalog::announceChange() {
+    // A listener may unsubscribe while it runs; go through a copy of the keys.
+    std::vector<std::uint64_t> keys;
+    for (const auto& [key, listener] : listeners_) keys.push_back(key);
+    for (std::uint64_t key : keys)
+        if (auto found = listeners_.find(key); found != listeners_.end()) found->second();
+}
+
 bool Catalog::write(const std::function<void()>& body, std::string_view failureFormat) {
     if (!db_) {
         lastError_ = "no database";
@@ -122,6 +137,7 @@ bool Catalog::write(const std::function<void()>& body, std::string_view failureF
         body();
         lastError_.reset();
         reload();
+        announceChange();
         return true;
     } catch (const DatabaseError& error) {
         failed(failureFormat, error.description());

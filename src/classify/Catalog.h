@@ -77,6 +77,17 @@ public:
     // Re-reads both lists. Returns false (lists unchanged) on failure.
     bool reload();
 
+    // Change announcements: each listener runs after every successful write of
+    // this catalogue (categories, rules, corrections, notes) and on
+    // announceChange(), so that classified time kept elsewhere (the workspace's
+    // day cache) is recomputed. subscribe returns the key that unsubscribe
+    // takes; a listener must be unsubscribed before it dies.
+    std::uint64_t subscribe(std::function<void()> listener);
+    void unsubscribe(std::uint64_t key);
+    // For corrections written with writeAssignments inside a transaction of the
+    // caller's: call once it is committed.
+    void announceChange();
+
     // Inserts (id 0) or updates. Returns the row id, or nothing on failure.
     std::optional<std::int64_t> save(const Category& category);
     // Also removes the category's rules and clears it from assignments.
@@ -190,6 +201,8 @@ private:
     std::vector<RuleMatcher> matchers_;  // parallel to rules_
     std::unordered_map<std::int64_t, std::size_t> categoryIndex_;
     std::optional<std::string> lastError_;
+    std::map<std::uint64_t, std::function<void()>> listeners_;
+    std::uint64_t nextListener_ = 1;
 
     // Two levels of memo, emptied whenever the rules change: test results by
     // the value of one field (a title recurs with many applications and sites, a

@@ -36,7 +36,11 @@ std::string jsonArray(const std::vector<std::int64_t>& ids) {
 } // namespace
 
 Workspace::Workspace(ActivityStore* store, Catalog& catalog, ProjectStore& projects, Clock& clock)
-    : store_(store), catalog_(catalog), projects_(projects), clock_(clock), log_(Log::get("workspace")) {}
+    : store_(store), catalog_(catalog), projects_(projects), clock_(clock), log_(Log::get("workspace")) {
+    subscription_ = catalog_.subscribe([this] { invalidate(); });
+}
+
+Workspace::~Workspace() { catalog_.unsubscribe(subscription_); }
 
 std::vector<Classified> Workspace::items(Instant from, Instant to) {
     if (!(to > from)) return {};
@@ -129,7 +133,7 @@ bool Workspace::write(std::string_view label, const std::function<void()>& body)
         return false;
     }
     writeError_.reset();
-    invalidate();
+    catalog_.announceChange();
     return true;
 }
 

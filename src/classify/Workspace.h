@@ -11,10 +11,12 @@
 // its fingerprint only when the database may have changed since: while neither
 // this connection has written (SQLite's total_changes) nor another one has
 // committed (PRAGMA data_version), a cached day is served without a query. The cache is emptied when the
-// classification inputs change: when told so (invalidate(), which the
-// catalogue's and the project store's change announcements call), after every
-// write of its own, and whenever it notices that the categories, rules or
-// projects it last classified with are no longer the stores' current ones.
+// classification inputs change: on every change announcement of the catalogue
+// (its writes of rules, categories, corrections and notes), after every write
+// of its own, and whenever it notices that the categories, rules or projects it
+// last classified with are no longer the stores' current ones (which also
+// catches the project store's changes and other processes' edits once the
+// stores have re-read them).
 //
 // Reads never fail: a read error gives an empty list (and is logged). Writes are
 // rolled back on failure, logged ("<label> : écriture impossible : <error>") and
@@ -51,8 +53,11 @@ public:
     static constexpr int searchLimit = 2000;
 
     // A workspace over the store's activities. `store` may be null for a
-    // workspace that only shows demonstration data.
+    // workspace that only shows demonstration data. The stores must outlive it.
     Workspace(ActivityStore* store, Catalog& catalog, ProjectStore& projects, Clock& clock = Clock::system());
+    ~Workspace();
+    Workspace(const Workspace&) = delete;
+    Workspace& operator=(const Workspace&) = delete;
 
     // Classified items of the half-open period [from, to), each activity clipped
     // to it, by start. Empty when to ≤ from.
@@ -65,8 +70,8 @@ public:
     // finds nothing.
     std::vector<Classified> search(std::string_view text, Instant from, Instant to);
 
-    // Runs `body` inside one transaction. Returns true once committed (the cache
-    // is then emptied); false without a store, or when `body` or the commit
+    // Runs `body` inside one transaction. Returns true once committed (the
+    // catalogue then announces the change, which empties the cache); false without a store, or when `body` or the commit
     // threw: then everything is rolled back, the failure logged and kept in
     // writeError(). Exceptions other than std::exception propagate.
     bool write(std::string_view label, const std::function<void()>& body);
@@ -141,6 +146,7 @@ private:
     std::shared_ptr<spdlog::logger> log_;
     std::optional<std::string> writeError_;
     std::size_t daysComputed_ = 0;
+    std::uint64_t subscription_ = 0;
 };
 
 } // namespace ombrelo

@@ -144,10 +144,14 @@ TEST_F(WorkspaceTest, RuleOrProjectEditEmptiesTheCache) {
     EXPECT_EQ(projectOf(workspace.day(monday).front()), "-");
     EXPECT_EQ(workspace.daysComputed(), 4u);
 
-    // And an announcement from a store empties it too.
-    workspace.invalidate();
-    workspace.day(monday);
-    EXPECT_EQ(workspace.daysComputed(), 5u);
+    // A correction through the catalogue changes no row of the day: its
+    // announcement empties the cache.
+    std::int64_t id = workspace.day(monday).front().activity.id;
+    ASSERT_TRUE(catalog.assign({id}, refonte.id, std::nullopt, source::manual));
+    EXPECT_EQ(projectOf(workspace.day(monday).front()), "Refonte 2");
+    ASSERT_TRUE(catalog.setNote({id}, std::string("devis")));
+    EXPECT_EQ(workspace.day(monday).front().note, "devis");
+    EXPECT_EQ(workspace.daysComputed(), 6u);
 }
 
 TEST_F(WorkspaceTest, PartialAndCurrentDaysAreNeverCached) {
