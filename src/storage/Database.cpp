@@ -229,6 +229,8 @@ std::optional<std::int64_t> Database::queryInt(std::string_view sql, const std::
 
 std::int64_t Database::userVersion() { return queryInt("PRAGMA user_version").value_or(0); }
 
+std::int64_t Database::dataVersion() { return queryInt("PRAGMA data_version").value_or(0); }
+
 int Database::changes() const { return sqlite3_changes(db_); }
 
 bool Database::inTransaction() const { return db_ && sqlite3_get_autocommit(db_) == 0; }

@@ -114,6 +114,9 @@ public:
 
     // "PRAGMA user_version" (no row counts as 0).
     std::int64_t userVersion();
+    // Changes whenever another connection commits to the file ("PRAGMA
+    // data_version"); this connection's own writes leave it as it is.
+    std::int64_t dataVersion();
     // Rows changed by the last statement.
     int changes() const;
     // True while a transaction is open on this connection.

@@ -6,8 +6,9 @@
 // Each call first takes in changes made by other processes: the active project
 // chosen or stopped by `ombrelo work`/`ombrelo stop` (through the shared
 // settings) and rules or categories edited by `ombrelo rules`/`ombrelo
-// categories` (a catalogue reload, which keeps its match cache when the rules
-// are unchanged). Main loop thread, like the tracker.
+// categories` (a catalogue reload when the database shows another connection's
+// commit, which keeps its match cache when the rules are unchanged). Main loop
+// thread, like the tracker.
 #pragma once
 
 #include "billing/ProjectStore.h"
@@ -20,6 +21,6 @@ namespace ombrelo::commands {
 
 // The callback; `catalog` and `projects` must outlive it. Failures are logged
 // by the catalogue and never interrupt capture.
-std::function<void(const Activity&)> activeProjectHook(Catalog& catalog, ProjectStore& projects);
+std::function<void(const Activity&)> activeProjectHook(Catalog& catalog, ProjectStore& projects, Database& db);
 
 } // namespace ombrelo::commands

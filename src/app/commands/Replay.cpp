@@ -36,7 +36,7 @@ void replayFile(Session& session, const std::string& file) {
         std::optional<ProjectStore> projects;
         auto claimForActiveProject = [&](ActivityTracker& tracker, Preferences& settings, Clock& clock) {
             projects.emplace(session.database(), settings, clock);
-            tracker.onRecorded = activeProjectHook(catalog, *projects);
+            tracker.onRecorded = activeProjectHook(catalog, *projects, session.database());
         };
         Replay::Outcome outcome =
             Replay::run(events, session.activities(), session.preferences(), claimForActiveProject);
