@@ -104,21 +104,23 @@ void totals(Session& session, const Arguments& arguments) {
     BillingStore billing(session.database(), session.clock());
     Instant now = session.clock().now();
     bool wholeHistory = !arguments.from;
+    bool nothing = false;  // no activity at all
     Period range;
     if (wholeHistory) {
         std::optional<Instant> first = session.activities().firstStart();
+        nothing = !first;
         range.start = local::startOfDay(first.value_or(now));
-        range.end = std::max(local::addDays(local::startOfDay(now), 1), range.start);
+        // Through today (time recorded ahead of the clock waits for its day).
+        range.end = std::max(local::addDays(local::startOfDay(now), 1), local::addDays(range.start, 1));
     } else {
         range = answer([&] { return period(periodArguments(std::nullopt, arguments.from, arguments.to), now); });
     }
     std::vector<Classified> items = model.workspace.items(range.start, range.end);
     BillingTotals sums = BillingTotals::compute(items, billing.statuses(items), range.start, range.end);
     std::string currency = Format::currency(session.preferences());
-    bool empty = range.end <= range.start;
 
     if (session.json) {
-        auto day = [&](Instant t) { return empty ? nlohmann::json(nullptr) : nlohmann::json(local::formatDay(t)); };
+        auto day = [&](Instant t) { return nothing ? nlohmann::json(nullptr) : nlohmann::json(local::formatDay(t)); };
         output::json({{"from", day(range.start)},
                       {"to", day(range.end - 1)},
                       {"whole_history", wholeHistory},
