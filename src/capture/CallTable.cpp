@@ -24,6 +24,25 @@ constexpr CallApp callApps[] = {
     {"com.tinyspeck.slackmacgap", "Slack"},
     {"com.hnc.Discord", "Discord"},
     {"com.skype.skype", "Skype"},
+    // Linux: .desktop ids of the distribution packages, Flatpak and Snap, lower-cased.
+    {"zoom", "Zoom"},
+    {"us.zoom.zoom", "Zoom"},
+    {"zoom-client_zoom-client", "Zoom"},
+    {"teams", "Teams"},
+    {"teams-insiders", "Teams"},
+    {"teams-for-linux", "Teams"},
+    {"com.github.ismaelmartinez.teams_for_linux", "Teams"},
+    {"teams-for-linux_teams-for-linux", "Teams"},
+    {"webex", "Webex"},
+    {"slack", "Slack"},
+    {"com.slack.slack", "Slack"},
+    {"slack_slack", "Slack"},
+    {"discord", "Discord"},
+    {"com.discordapp.discord", "Discord"},
+    {"discord_discord", "Discord"},
+    {"skypeforlinux", "Skype"},
+    {"com.skype.client", "Skype"},
+    {"skype_skypeforlinux", "Skype"},
 };
 
 } // namespace

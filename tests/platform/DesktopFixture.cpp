@@ -249,12 +249,11 @@ TestWindow::TestWindow(XServer& server, const Properties& properties) : server_(
         XChangeProperty(display, window_, XInternAtom(display, "_NET_WM_WINDOW_TYPE", False), XA_ATOM, 32,
                         PropModeReplace, reinterpret_cast<unsigned char*>(&dock), 1);
     }
-    XMapWindow(display, window_);
-    XSync(display, False);
-    // Managed once the window manager has set WM_STATE on it.
+    // Managed once the window manager has set WM_STATE on it. A window mapped
+    // while openbox is still starting can be missed: map it again.
     Atom wmState = XInternAtom(display, "WM_STATE", False);
-    eventually([&] {
-        Atom type;
+    auto managed = [&] {
+        Atom type = None;
         int format;
         unsigned long count, after;
         unsigned char* data = nullptr;
@@ -262,7 +261,14 @@ TestWindow::TestWindow(XServer& server, const Properties& properties) : server_(
                            &data);
         if (data) XFree(data);
         return type != None;
-    });
+    };
+    for (int attempt = 0; attempt < 10; ++attempt) {
+        XUnmapWindow(display, window_);
+        XMapWindow(display, window_);
+        XSync(display, False);
+        if (eventually(managed, {}, std::chrono::milliseconds(500))) return;
+    }
+    throw std::runtime_error("the window manager does not manage new windows");
 }
 
 TestWindow::~TestWindow() { destroy(); }

@@ -1,19 +1,129 @@
-// ombrelo run: the long-running tracker.
+// ombrelo run: the long-running tracker. One thread, one event loop: the X11
+// connection and both buses are watched on it, the 5-second sample is a timer on
+// it, and SIGINT/SIGTERM end it after closing the current activity, so the last
+// row ends at the moment the tracker stopped.
 #include "app/Commands.h"
 #include "app/Session.h"
+#include "app/commands/ActiveProjectHook.h"
+#include "billing/ProjectStore.h"
+#include "capture/ActivityTracker.h"
+#include "classify/Catalog.h"
+#include "platform/linux/X11Desktop.h"
 #include "support/L10n.h"
+#include "support/Log.h"
+
+#include <asio.hpp>
+#include <chrono>
+#include <csignal>
+#include <functional>
 
 namespace ombrelo::commands {
+
+namespace {
+
+using platform::DesktopUnavailable;
+
+std::string missingPiece(const DesktopUnavailable& error) {
+    std::string_view text;
+    switch (error.piece) {
+    case DesktopUnavailable::Piece::display:
+        text = L10n::text("Suivi impossible : pas d'écran X11 (DISPLAY absent, ou le serveur X ne répond pas).",
+                          "Cannot track: no X11 display (DISPLAY is unset, or the X server does not answer).");
+        break;
+    case DesktopUnavailable::Piece::sessionBus:
+        text = L10n::text("Suivi impossible : pas de bus de session D-Bus.", "Cannot track: no D-Bus session bus.");
+        break;
+    case DesktopUnavailable::Piece::systemBus:
+        text = L10n::text("Suivi impossible : pas de bus système D-Bus (logind).",
+                          "Cannot track: no D-Bus system bus (logind).");
+        break;
+    }
+    return std::string(text) + std::string(L10n::text(" Détail : ", " Detail: ")) + error.what();
+}
+
+// Samples every interval on a fixed schedule; after a stall (the machine was
+// asleep) the schedule starts again from now rather than catching up.
+class Sampler {
+public:
+    Sampler(asio::io_context& io, std::function<void()> sample) : timer_(io), sample_(std::move(sample)) {}
+
+    void start() {
+        next_ = std::chrono::steady_clock::now() + interval;
+        arm();
+    }
+
+private:
+    static constexpr auto interval =
+        std::chrono::milliseconds(static_cast<long>(ActivityTracker::sampleInterval * 1000));
+
+    void arm() {
+        timer_.expires_at(next_);
+        timer_.async_wait([this](std::error_code error) {
+            if (error) return;
+            sample_();
+            auto now = std::chrono::steady_clock::now();
+            next_ += interval;
+            if (next_ <= now) next_ = now + interval;
+            arm();
+        });
+    }
+
+    asio::steady_timer timer_;
+    std::function<void()> sample_;
+    std::chrono::steady_clock::time_point next_;
+};
+
+void track(Session& session) {
+    Log::setDefaultLevel(spdlog::level::info);
+    auto log = Log::get("capture");
+    // Declared first so that it outlives everything watched on it.
+    asio::io_context io;
+    // Taken over at once: a stop during start-up still closes the activity.
+    asio::signal_set stop(io, SIGINT, SIGTERM);
+
+    // The desktop before the database: without a display or a bus, nothing is
+    // opened, created or migrated.
+    std::unique_ptr<platform::X11Desktop> desktop;
+    try {
+        desktop = std::make_unique<platform::X11Desktop>(platform::DesktopOptions::fromEnvironment(),
+                                                         session.preferences());
+    } catch (const DesktopUnavailable& error) {
+        throw CommandFailure(exitStatus::failure, missingPiece(error));
+    }
+    log->info("Bureau : {}", desktop->describeSources());
+
+    ActivityStore& store = session.activities();
+    Catalog catalog(session.database());
+    ProjectStore projects(session.database(), session.preferences(), session.clock());
+    ActivityTracker tracker(&store, *desktop, session.clock(), session.preferences());
+    tracker.onRecorded = activeProjectHook(catalog, projects, session.database());
+
+    desktop->attach(io);
+    tracker.start();
+    desktop->dispatchPending();
+    Sampler sampler(io, [&] {
+        tracker.tick();
+        // The sample's requests may have queued events the descriptors no
+        // longer announce.
+        desktop->dispatchPending();
+    });
+    sampler.start();
+
+    stop.async_wait([&](std::error_code error, int signal) {
+        if (error) return;
+        tracker.close(session.clock().now());
+        log->info("Suivi arrêté (signal {})", signal);
+        io.stop();
+    });
+    io.run();
+}
+
+} // namespace
 
 void run(CLI::App& program, Session& session) {
     CLI::App* command = program.add_subcommand(
         "run", std::string(L10n::text("Suit le temps de travail en continu", "Track work time continuously")));
-    command->callback([&session] {
-        session.database();
-        throw CommandFailure(exitStatus::failure,
-                             std::string(L10n::text("Aucun module de capture du bureau n'est disponible.",
-                                                    "No desktop capture back-end is available.")));
-    });
+    command->callback([&session] { track(session); });
 }
 
 } // namespace ombrelo::commands
