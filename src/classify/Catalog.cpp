@@ -208,6 +208,9 @@ void Catalog::seedIfNeeded() {
     if (!db_ || db_->queryInt("SELECT COUNT(*) FROM category").value_or(0) != 0) return;
     Transaction transaction(*db_);
     try {
+        // Another process starting on the same new file may have seeded it since
+        // the count above; under the transaction's write lock this count is final.
+        if (db_->queryInt("SELECT COUNT(*) FROM category").value_or(0) != 0) return;
         db_->run("INSERT OR REPLACE INTO sync_meta (key, value) VALUES ('applying', '1')");
         std::map<std::string_view, std::int64_t> ids;
         for (const DefaultCategory& category : defaultCategories()) {

@@ -5,8 +5,11 @@
 #include "support/Clock.h"
 #include "support/Log.h"
 
+#include <chrono>
 #include <cstdlib>
+#include <random>
 #include <sqlite3.h>
+#include <thread>
 #include <unistd.h>
 
 namespace ombrelo {
@@ -35,7 +38,7 @@ bool Statement::step() {
     int result = sqlite3_step(statement_);
     if (result == SQLITE_ROW) return true;
     if (result == SQLITE_DONE) return false;
-    throw DatabaseError(sqlite3_errmsg(db_));
+    throw DatabaseError(sqlite3_errmsg(db_), result);
 }
 
 int Statement::columnCount() const { return sqlite3_column_count(statement_); }
@@ -121,7 +124,8 @@ Database::Database(const fs::path& path, std::int64_t targetVersion) : path_(pat
             log->error("Base d'une version plus récente de Ombrelo ({}) : non ouverte", found);
             throw NewerDatabaseError(found, schemaVersion);
         }
-        execute("PRAGMA journal_mode = WAL; PRAGMA foreign_keys = ON;");
+        enableWAL();
+        execute("PRAGMA foreign_keys = ON");
         // With WAL, NORMAL still never corrupts the file; it only lets the last
         // commits wait for the next checkpoint to reach the disk, instead of an
         // fsync at each five-second write of the capture loop.
@@ -143,7 +147,22 @@ void Database::open() {
         db_ = nullptr;
         throw DatabaseError("Impossible d'ouvrir la base : " + path_.string());
     }
-    sqlite3_busy_timeout(db_, 2000);
+    sqlite3_busy_timeout(db_, busyMilliseconds);
+}
+
+void Database::enableWAL() {
+    // Turning a new file to WAL needs it to itself. When other processes open
+    // it at the same instant, each holds a read lock while asking for it, so
+    // SQLite answers "locked" at once instead of letting the busy timeout wait:
+    // the wait is done here, with random steps so that the contenders part.
+    auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(busyMilliseconds);
+    std::minstd_rand random(static_cast<unsigned>(::getpid()));
+    for (;;) {
+        int result = sqlite3_exec(db_, "PRAGMA journal_mode = WAL", nullptr, nullptr, nullptr);
+        if (result == SQLITE_OK) return;
+        if ((result & 0xff) != SQLITE_BUSY || std::chrono::steady_clock::now() > deadline) fail();
+        std::this_thread::sleep_for(std::chrono::microseconds(500 + random() % 4500));
+    }
 }
 
 Database::~Database() { close(); }
@@ -155,7 +174,9 @@ void Database::close() {
     db_ = nullptr;
 }
 
-void Database::fail() const { throw DatabaseError(db_ ? sqlite3_errmsg(db_) : ""); }
+void Database::fail() const {
+    throw DatabaseError(db_ ? sqlite3_errmsg(db_) : "", db_ ? sqlite3_extended_errcode(db_) : 0);
+}
 
 sqlite3_stmt* Database::compile(std::string_view sql) {
     sqlite3_stmt* raw = nullptr;
@@ -203,10 +224,10 @@ std::int64_t Database::run(std::string_view sql, const std::vector<SQLValue>& va
 void Database::execute(std::string_view sql) {
     char* message = nullptr;
     std::string script(sql);
-    if (sqlite3_exec(db_, script.c_str(), nullptr, nullptr, &message) != SQLITE_OK) {
+    if (int result = sqlite3_exec(db_, script.c_str(), nullptr, nullptr, &message); result != SQLITE_OK) {
         std::string description = message ? message : "";
         sqlite3_free(message);
-        throw DatabaseError(description);
+        throw DatabaseError(description, result);
     }
 }
 
@@ -231,6 +252,8 @@ std::int64_t Database::userVersion() { return queryInt("PRAGMA user_version").va
 
 std::int64_t Database::dataVersion() { return queryInt("PRAGMA data_version").value_or(0); }
 
+void Database::setBusyTimeout(int milliseconds) { sqlite3_busy_timeout(db_, milliseconds); }
+
 int Database::changes() const { return sqlite3_changes(db_); }
 
 bool Database::inTransaction() const { return db_ && sqlite3_get_autocommit(db_) == 0; }
@@ -243,7 +266,10 @@ Transaction::Transaction(Database& db) : db_(db) {
         savepoint_ = "ombrelo_" + std::to_string(++depth);
         db_.execute("SAVEPOINT " + savepoint_);
     } else {
-        db_.execute("BEGIN");
+        // Every transaction writes. Taking the lock at BEGIN lets the busy
+        // timeout wait for another process's write; a deferred transaction that
+        // read first would fail at once (SQLITE_BUSY) when it came to write.
+        db_.execute("BEGIN IMMEDIATE");
     }
 }
 

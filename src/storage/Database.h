@@ -117,6 +117,11 @@ public:
     // Changes whenever another connection commits to the file ("PRAGMA
     // data_version"); this connection's own writes leave it as it is.
     std::int64_t dataVersion();
+    // How long a statement waits for another process's lock before failing with
+    // "database is locked" (2000 ms from the opening). The capture loop shortens
+    // it, so that a long write of another process cannot stall a sample for
+    // seconds.
+    void setBusyTimeout(int milliseconds);
     // Rows changed by the last statement.
     int changes() const;
     // True while a transaction is open on this connection.
@@ -132,7 +137,10 @@ private:
     };
     static constexpr std::size_t maxCachedStatements = 256;
 
+    static constexpr int busyMilliseconds = 2000;
+
     void open();
+    void enableWAL();
     void close();
     sqlite3_stmt* compile(std::string_view sql);
     [[noreturn]] void fail() const;
@@ -143,9 +151,10 @@ private:
 };
 
 // A transaction that rolls back unless committed. At the outermost level it is
-// "BEGIN" … "COMMIT" / "ROLLBACK"; inside another transaction it becomes a
-// savepoint, so a store's transaction can run inside a larger one (replay keeps a
-// whole session in one).
+// "BEGIN IMMEDIATE" … "COMMIT" / "ROLLBACK", holding the write lock from the
+// start; inside another transaction it becomes a savepoint, so a store's
+// transaction can run inside a larger one (a replayed session's rows and their
+// claims).
 class Transaction {
 public:
     explicit Transaction(Database& db);

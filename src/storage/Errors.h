@@ -11,10 +11,16 @@ namespace ombrelo {
 
 class DatabaseError : public std::runtime_error {
 public:
-    // An empty message becomes "erreur inconnue".
-    explicit DatabaseError(const std::string& description)
-        : std::runtime_error(description.empty() ? "erreur inconnue" : description) {}
+    // An empty message becomes "erreur inconnue". `code` is SQLite's result
+    // code when SQLite gave one.
+    explicit DatabaseError(const std::string& description, int code = 0)
+        : std::runtime_error(description.empty() ? "erreur inconnue" : description), code_(code) {}
     std::string description() const { return what(); }
+    // Another connection held the lock too long: trying again later may work.
+    bool busy() const { return (code_ & 0xff) == 5 /* SQLITE_BUSY */ || (code_ & 0xff) == 6 /* SQLITE_LOCKED */; }
+
+private:
+    int code_;
 };
 
 class NewerDatabaseError : public std::runtime_error {

@@ -139,10 +139,15 @@ static_assert(std::size(steps) == Database::schemaVersion);
 } // namespace
 
 void migrateStep(Database& db, std::int64_t step) {
-    db.execute("BEGIN");
+    // Another process may be opening the same file (the tracker and a command at
+    // login): the version is read again under the write lock, or both would run
+    // the step, and one that is idempotent could even set the version back.
+    db.execute("BEGIN IMMEDIATE");
     try {
-        steps[step - 1](db);
-        db.execute("PRAGMA user_version = " + std::to_string(step));
+        if (db.userVersion() < step) {
+            steps[step - 1](db);
+            db.execute("PRAGMA user_version = " + std::to_string(step));
+        }
         db.execute("COMMIT");
     } catch (...) {
         try {

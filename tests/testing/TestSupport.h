@@ -2,6 +2,7 @@
 // way to run the real `ombrelo` binary in a private data folder.
 #pragma once
 
+#include <chrono>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -43,6 +44,8 @@ private:
     std::string previous_;
 };
 
+inline constexpr std::chrono::seconds commandTimeout{60};
+
 struct CommandResult {
     int status;
     std::string out;
@@ -50,11 +53,23 @@ struct CommandResult {
 };
 
 // Runs the built `ombrelo` with `arguments`, in a private XDG data, config and
-// runtime folder under `home`, with extra environment "KEY=value" entries.
+// runtime folder under `home`, with extra environment "KEY=value" entries. A
+// command still running after commandTimeout is killed (status -1).
 CommandResult runOmbrelo(const std::filesystem::path& home, const std::vector<std::string>& arguments,
                          const std::vector<std::string>& environment = {});
 
 std::string readFile(const std::filesystem::path& file);
 void writeFile(const std::filesystem::path& file, const std::string& text);
+
+// Checks, on a read-only connection, what every recorder must keep true of the
+// activity table whatever happened to it (a crash, several writers): no two rows
+// of one device overlap, no row crosses a local midnight, no local day holds more
+// non-idle time than it lasts. Each broken rule is one test failure listing its
+// rows. Uses the process's TZ.
+void expectActivityInvariants(const std::filesystem::path& database);
+
+// The rows of "PRAGMA integrity_check", one per line ("ok" for a sound file), or
+// the error that kept it from running.
+std::string integrityCheck(const std::filesystem::path& database);
 
 } // namespace ombrelo::testing
