@@ -7,6 +7,8 @@
 #include "support/Settings.h"
 
 #include <algorithm>
+#include <limits>
+#include <utility>
 #include <spdlog/logger.h>
 
 namespace ombrelo {
@@ -33,7 +35,19 @@ bool isSameApp(const FrontApp& app, const Activity& activity) {
 } // namespace
 
 ActivityTracker::ActivityTracker(ActivityStore* store, Desktop& desktop, Clock& clock, Preferences& preferences)
-    : store_(store), desktop_(desktop), clock_(clock), preferences_(preferences), log_(Log::get("capture")) {
+    : storeWriter_(store ? std::make_unique<StoreWriter>(*store) : nullptr),
+      writer_(storeWriter_.get()),
+      views_(store),
+      desktop_(desktop),
+      clock_(clock),
+      preferences_(preferences),
+      log_(Log::get("capture")) {
+    readSettings();
+}
+
+ActivityTracker::ActivityTracker(ActivityWriter& writer, Desktop& desktop, Clock& clock, Preferences& preferences)
+    : writer_(&writer), views_(nullptr), desktop_(desktop), clock_(clock), preferences_(preferences),
+      log_(Log::get("capture")) {
     readSettings();
 }
 
@@ -44,25 +58,42 @@ ActivityTracker::~ActivityTracker() {
 // ---- Start and the sample ----------------------------------------------------
 
 void ActivityTracker::start() {
-    if (store_) store_->refresh();
+    if (views_) views_->refresh();
     started_ = true;
+    Instant now = arrive();
     desktop_.subscribe(this);  // a suspended desktop tells us at once
     // Pause and working hours are not tested here: the first sample closes the
     // activity again when tracking is not allowed.
-    if (!suspended_) beginFrontmost(clock_.now());
+    if (!suspended_) beginFrontmost(now);
     refresh();
     log_->info("Suivi démarré");
 }
 
-void ActivityTracker::tick() {
-    if (suspended_) return;
+Instant ActivityTracker::arrive() {
     Instant now = clock_.now();
+    double uptime = clock_.uptime();
+    if (lastSeen_ && uptime - lastSeen_->uptime > missedSamplesForGap * sampleInterval_) {
+        // Asleep or stopped: what happened meanwhile is unknown, so the time
+        // is not the current activity's.
+        log_->info("Aucun échantillon depuis {} s (veille ou processus arrêté) : activité close à {}",
+                   static_cast<long>(uptime - lastSeen_->uptime), local::formatDateTime(lastSeen_->at));
+        close(lastSeen_->at);
+        refresh();
+    }
+    lastSeen_ = Sighting{now, uptime};
+    retryPendingWrites();
+    return now;
+}
+
+void ActivityTracker::tick() {
+    Instant now = arrive();
+    if (suspended_) return;
     std::set<std::string> holders = desktop_.displayAwakeHolders();
     watchCalls(holders, now);
 
     bool hadPause = pausedUntil_.has_value();
     readSettings();
-    if (hadPause && !isPaused()) resumeTracking();
+    if (hadPause && !isPaused()) doResume(now);
 
     outsideWorkHours_ = !workHours_.contain(now);
     if (!isPaused() && !outsideWorkHours_) {
@@ -101,31 +132,41 @@ void ActivityTracker::sample(Instant now, const std::set<std::string>& holders) 
     }
     if (!current_) return;
 
-    splitAtMidnight(now);
     checkpoint(now);
-    checkTitle(now);
+    if (current_ && current_->kind != Activity::Kind::idle) followFront(now);
 }
 
-void ActivityTracker::splitAtMidnight(Instant now) {
-    // The day's bounds are kept: finding them goes through mktime, which looks
-    // at the zone file again each time.
-    if (now < today_ || now >= tomorrow_) {
-        today_ = local::startOfDay(now);
-        tomorrow_ = local::addDays(today_, 1);
+Instant ActivityTracker::nextChange() {
+    constexpr Instant never = std::numeric_limits<Instant>::infinity();
+    Instant now = clock_.now();
+    if (suspended_) return never;
+    Instant next = never;
+    if (isPaused()) next = std::min(next, *pausedUntil_);
+    if (workHours_.enabled) {
+        local::DateParts hour = local::parts(now);
+        next = std::min(next, local::make(hour.year, hour.month, hour.day, hour.hour + 1));
     }
-    // No row spans two days: cut at each midnight between the start and now.
-    while (current_ && current_->start < today_) {
-        Instant midnight = local::addDays(local::startOfDay(current_->start), 1);
-        Activity copy = *current_;
-        copy.id = 0;
-        copy.device.reset();
-        copy.start = midnight;
-        close(midnight);
-        open(copy, midnight);
-    }
+    if (!current_) return next;
+    next = std::min(next, currentDayEnd_);
+    if (current_->kind != Activity::Kind::idle && desktop_.displayAwakeHolders().empty())
+        next = std::min(next, now + idleThreshold_ - desktop_.secondsSinceLastInput());
+    return next;
 }
 
 // ---- Opening and closing activities ------------------------------------------
+
+namespace {
+
+// The same activity going on from `from`, as a new row.
+Activity continuation(const Activity& activity, Instant from) {
+    Activity copy = activity;
+    copy.id = 0;
+    copy.device.reset();
+    copy.start = from;
+    return copy;
+}
+
+} // namespace
 
 void ActivityTracker::begin(const FrontApp& app, Instant at) {
     if (isLoginWindow(app.id)) {
@@ -142,6 +183,8 @@ void ActivityTracker::beginFrontmost(Instant at) {
 void ActivityTracker::switchTo(Activity next, Instant at) {
     if (current_ && current_->sameDetails(next)) return;
     std::optional<Activity> left = current_;
+    // Rows of one machine never overlap, whatever instant the caller names.
+    if (current_) at = std::max(at, current_->start);
     close(at);
     next.start = at;
     open(std::move(next), at);
@@ -155,44 +198,116 @@ void ActivityTracker::switchTo(Activity next, Instant at) {
 }
 
 void ActivityTracker::open(Activity activity, Instant until) {
-    activity.end = std::max(until, activity.start);
     activity.id = 0;
-    if (store_) {
-        try {
-            activity.id = store_->insert(activity);
-        } catch (const std::exception& error) {
-            writeFailed("Écriture impossible", error);
-        }
-    }
-    current_ = activity;
-    if (activity.id != 0 && onRecorded) onRecorded(activity);
+    Instant end = std::max(until, activity.start);
+    currentDayEnd_ = local::addDays(local::startOfDay(activity.start), 1);
+    activity.end = std::min(end, currentDayEnd_);
+    current_ = std::move(activity);
+    persistCurrent();
+    if (end > currentDayEnd_) extendTo(end);
     refresh();
+}
+
+bool ActivityTracker::persistCurrent() {
+    if (!writer_ || current_->id != 0) return true;
+    try {
+        current_->id = writer_->insert(*current_);
+    } catch (const std::exception& error) {
+        log_->error("Écriture impossible : {} (nouvel essai au prochain échantillon)", error.what());
+        return false;
+    }
+    recorded(*current_);
+    return true;
+}
+
+void ActivityTracker::recorded(const Activity& activity) {
+    if (onRecorded) onRecorded(activity);
+}
+
+void ActivityTracker::splitAtMidnights(Instant t) {
+    while (current_ && currentDayEnd_ < t) {
+        Instant midnight = currentDayEnd_;
+        Activity copy = continuation(*current_, midnight);
+        close(midnight);
+        open(std::move(copy), midnight);
+    }
+}
+
+void ActivityTracker::extendTo(Instant t) {
+    splitAtMidnights(t);
+    if (!current_) return;
+    current_->end = std::max(t, current_->start);
+    if (!writer_) return;
+    if (current_->id == 0) {
+        persistCurrent();  // the row carries the new end from the start
+        return;
+    }
+    try {
+        writer_->updateEnd(current_->id, current_->end);
+    } catch (const std::exception& error) {
+        log_->error("Écriture impossible : {}", error.what());  // the next sample writes a later end
+    }
 }
 
 void ActivityTracker::close(Instant at) {
     if (!current_) return;
+    splitAtMidnights(at);
     Activity ending = *current_;
     current_.reset();
     ending.end = std::max(at, ending.start);
-    if (!store_ || ending.id == 0) return;
+    if (!writer_) return;
     try {
-        if (ending.duration() < shortestKept) store_->remove(ending.id);
-        else store_->updateEnd(ending.id, ending.end);
+        if (ending.id == 0) {
+            if (ending.duration() >= shortestKept) {
+                ending.id = writer_->insert(ending);
+                recorded(ending);
+            }
+        } else if (ending.duration() < shortestKept) {
+            writer_->remove(ending.id);
+        } else {
+            writer_->updateEnd(ending.id, ending.end);
+        }
     } catch (const std::exception& error) {
-        writeFailed("Clôture impossible", error);
+        keepForLater(ending, error);
     }
+}
+
+void ActivityTracker::quit() {
+    close(arrive());
+    refresh();
+}
+
+void ActivityTracker::keepForLater(const Activity& ending, const std::exception& error) {
+    log_->error("Clôture impossible : {} (nouvel essai au prochain échantillon)", error.what());
+    pending_.push_back(ending);
+}
+
+void ActivityTracker::retryPendingWrites() {
+    if (pending_.empty() || !writer_) return;
+    std::vector<Activity> waiting = std::exchange(pending_, {});
+    for (std::size_t i = 0; i < waiting.size(); ++i) {
+        Activity& ending = waiting[i];
+        try {
+            if (ending.id == 0) {
+                ending.id = writer_->insert(ending);
+                recorded(ending);
+            } else if (ending.duration() < shortestKept) {
+                writer_->remove(ending.id);
+            } else {
+                writer_->updateEnd(ending.id, ending.end);
+            }
+        } catch (const std::exception&) {
+            // Still failing: keep this one and the rest, in order, for later.
+            pending_.insert(pending_.end(), waiting.begin() + static_cast<std::ptrdiff_t>(i), waiting.end());
+            return;
+        }
+    }
+    log_->info("Écritures en attente faites");
 }
 
 void ActivityTracker::checkpoint(Instant now) {
     if (!current_) return;
-    current_->end = std::max(now, current_->start);
-    if (store_ && current_->id != 0 && !unobserved_) {
-        try {
-            store_->updateEnd(current_->id, current_->end);
-        } catch (const std::exception& error) {
-            writeFailed("Écriture impossible", error);
-        }
-    }
+    extendTo(now);
     refresh();
 }
 
@@ -209,15 +324,24 @@ void ActivityTracker::checkTitle(Instant now) {
         switchTo(std::move(fresh), now);
 }
 
+void ActivityTracker::followFront(Instant now) {
+    std::optional<FrontApp> front = desktop_.frontmostApp();
+    if (!front) {
+        close(now);
+        refresh();
+    } else if (!isSameApp(*front, *current_)) {
+        begin(*front, now);  // an activation the desktop did not announce
+    } else {
+        checkTitle(now);
+    }
+}
+
 void ActivityTracker::splitNow() {
+    Instant now = arrive();
     if (!current_) return;
-    Instant now = clock_.now();
-    Activity copy = *current_;
-    copy.id = 0;
-    copy.device.reset();
-    copy.start = now;
-    close(now);
-    open(copy, now);
+    Activity copy = continuation(*current_, std::max(now, current_->start));
+    close(copy.start);
+    open(std::move(copy), now);
 }
 
 void ActivityTracker::beginIdle(Instant at) {
@@ -230,11 +354,10 @@ void ActivityTracker::beginIdle(Instant at) {
 }
 
 void ActivityTracker::restart(const Activity& details) {
-    Activity next = details;
-    next.id = 0;
-    next.device.reset();
+    Instant now = arrive();
+    Activity next = continuation(details, now);
     if (next.kind == Activity::Kind::app) conceal(next);
-    switchTo(std::move(next), clock_.now());
+    switchTo(std::move(next), now);
 }
 
 Activity ActivityTracker::describe(const FrontApp& app) {
@@ -264,21 +387,15 @@ void ActivityTracker::conceal(Activity& activity) {
 }
 
 void ActivityTracker::refresh() {
-    if (!store_ || unobserved_) return;
+    if (!views_) return;
     try {
         Instant now = clock_.now(), today = local::startOfDay(now);
-        recent_ = store_->recent(recentCount);
-        todayActive_ = store_->activeSeconds(today, now);
-        todayApps_ = store_->appTotals(today, now);
+        recent_ = views_->recent(recentCount);
+        todayActive_ = views_->activeSeconds(today, now);
+        todayApps_ = views_->appTotals(today, now);
     } catch (const std::exception& error) {
         log_->warn("Lecture impossible : {}", error.what());
     }
-}
-
-void ActivityTracker::writeFailed(std::string_view what, const std::exception& error) {
-    ++failedWrites_;
-    lastWriteError_ = error.what();
-    log_->error("{} : {}", what, error.what());
 }
 
 // ---- Desktop notifications -----------------------------------------------------
@@ -286,24 +403,33 @@ void ActivityTracker::writeFailed(std::string_view what, const std::exception& e
 bool ActivityTracker::trackingAllowed(Instant now) const { return !isPaused() && workHours_.contain(now); }
 
 void ActivityTracker::appDidActivate(const FrontApp& app) {
+    Instant now = arrive();
     readSettings();
-    Instant now = clock_.now();
     if (suspended_ || !trackingAllowed(now)) return;
     begin(app, now);
 }
 
+void ActivityTracker::nothingInFront() {
+    Instant now = arrive();
+    // An absence goes on: only input ends it, which the sample notices.
+    if (!current_ || current_->kind == Activity::Kind::idle) return;
+    close(now);
+    refresh();
+}
+
 void ActivityTracker::suspend(const std::string& why) {
+    Instant now = arrive();
     log_->info("Suspendu ({})", why);
     suspended_ = true;
-    close(clock_.now());
+    close(now);
     refresh();
 }
 
 void ActivityTracker::resume(const std::string& why) {
+    Instant now = arrive();
     log_->info("Reprise ({})", why);
     suspended_ = false;
     readSettings();
-    Instant now = clock_.now();
     if (trackingAllowed(now)) beginFrontmost(now);
 }
 
@@ -322,7 +448,22 @@ void ActivityTracker::readSettings() {
     if (idleThreshold_ <= 0) idleThreshold_ = settings::idleSeconds.fallback;
 }
 
-void ActivityTracker::pause(Instant until) {
+void ActivityTracker::takeInSettings() {
+    Instant now = arrive();
+    bool wasPaused = isPaused();
+    readSettings();
+    if (!wasPaused && isPaused()) {
+        log_->info("Suivi en pause jusqu'à {}", local::formatDateTime(*pausedUntil_));
+        close(now);
+        refresh();
+    } else if (wasPaused && !isPaused()) {
+        doResume(now);
+    }
+}
+
+void ActivityTracker::pause(Instant until) { doPause(until, arrive()); }
+
+void ActivityTracker::doPause(Instant until, Instant now) {
     pausedUntil_ = until;
     try {
         preferences_.set(settings::pausedUntil, until);
@@ -330,18 +471,19 @@ void ActivityTracker::pause(Instant until) {
         log_->error("Réglage « {} » non enregistré : {}", settings::pausedUntil, error.what());
     }
     log_->info("Suivi en pause jusqu'à {}", local::formatDateTime(until));
-    close(clock_.now());
+    close(now);
     refresh();
 }
 
-void ActivityTracker::resumeTracking() {
+void ActivityTracker::resumeTracking() { doResume(arrive()); }
+
+void ActivityTracker::doResume(Instant now) {
     pausedUntil_.reset();
     try {
         preferences_.remove(settings::pausedUntil);
     } catch (const std::exception& error) {
         log_->error("Réglage « {} » non enregistré : {}", settings::pausedUntil, error.what());
     }
-    Instant now = clock_.now();
     readSettings();
     if (!suspended_ && workHours_.contain(now)) beginFrontmost(now);
     refresh();

@@ -6,17 +6,28 @@
 // recorded; time the privacy rules exclude is recorded as private, without its
 // title, site, path or address.
 //
+// Rows never span two days: whatever writes an end past midnight (a sample, an
+// event, a close) first cuts the row there and goes on in a copy.
+//
+// The process may be frozen without warning (suspend without a delay lock, a
+// stopped process): when the uptime clock shows that no sample ran for several
+// intervals, the current activity ends at the last moment the tracker saw, before
+// anything else happens, whatever order the desktop's signals arrive in.
+//
 // It owns no timer: whoever drives it (the tracker's event loop, replay, tests)
-// calls tick() every sampleInterval seconds and close(now) at quit. It listens
+// calls tick() every sampleInterval() seconds and close(now) at quit. It listens
 // to the desktop from start() until it is destroyed.
 //
-// Write failures are logged and the loop goes on; without a store nothing is
-// written but the published state still follows the user.
+// A write that fails (the database busy, say) is logged and kept: the next
+// sample tries it again, so an activity whose insert failed still gets its row.
+// Without a writer nothing is written but the published state still follows
+// the user.
 //
 // Owned by the application shell; main loop thread only, like the store, the
 // desktop and the preferences it is given.
 #pragma once
 
+#include "capture/ActivityWriter.h"
 #include "capture/Desktop.h"
 #include "storage/Activity.h"
 #include "support/Clock.h"
@@ -42,15 +53,21 @@ class Preferences;
 
 class ActivityTracker final : public DesktopObserver {
 public:
-    // Seconds between two samples.
-    static constexpr double sampleInterval = 5.0;
+    // Seconds between two samples, unless set otherwise.
+    static constexpr double defaultSampleInterval = 5.0;
+    // This many intervals without a sample mean the process did not run.
+    static constexpr double missedSamplesForGap = 3.0;
     // The deadline of a pause "until resumed" (4001-01-01 UTC, like a distant
     // future), so that "pausedUntil" always holds a date.
     static constexpr Instant indefinitely = 64092211200.0;
 
+    // Live tracking: rows go to `store`, which also feeds the published views.
     // `store` may be null (the database could not be opened): nothing is written.
     // The references must outlive the tracker.
     ActivityTracker(ActivityStore* store, Desktop& desktop, Clock& clock, Preferences& preferences);
+    // A session nobody watches while it runs (replay): rows go to `writer`, and
+    // the published views stay empty.
+    ActivityTracker(ActivityWriter& writer, Desktop& desktop, Clock& clock, Preferences& preferences);
     ~ActivityTracker() override;
     ActivityTracker(const ActivityTracker&) = delete;
     ActivityTracker& operator=(const ActivityTracker&) = delete;
@@ -65,8 +82,19 @@ public:
     // Subscribes to the desktop, begins with the application in front (unless
     // the desktop is suspended) and refreshes the published state.
     void start();
-    // One sample; to be called every sampleInterval seconds.
+    // One sample; to be called every sampleInterval() seconds.
     void tick();
+    double sampleInterval() const { return sampleInterval_; }
+    void setSampleInterval(double seconds) { sampleInterval_ = seconds; }
+    // The first instant from which a sample may do more than extend the current
+    // activity, as long as nothing happens on the desktop (midnight, the idle
+    // threshold, the end of a pause, an hour of the working hours). A simulated
+    // session samples the stretch before it in one step.
+    Instant nextChange();
+
+    // Re-reads the settings now (another process changed them): a pause, or its
+    // end, takes effect at once.
+    void takeInSettings();
 
     // Starts a new activity for `app` at `at`, unless its details equal the
     // current one's. The login window suspends capture instead.
@@ -76,11 +104,15 @@ public:
     // Ends the current activity at `at` (never before its start); one shorter
     // than a second is deleted. Nothing is current afterwards.
     void close(Instant at);
+    // Tracking stops (the program quits): the current activity ends now, or at
+    // the last sample when the process did not run since.
+    void quit();
     // Writes `now` as the current activity's end.
     void checkpoint(Instant now);
     // Starts a new activity when the front window's title or page changed.
     void checkTitle(Instant now);
-    // Cuts the current activity in two at now (the user's cut).
+    // Cuts the current activity in two at now (the user's cut, or a change of
+    // the project in progress: the part after is recorded anew).
     void splitNow();
     // Closes the current activity at `at` and opens an idle one from `at`.
     void beginIdle(Instant at);
@@ -100,6 +132,7 @@ public:
     void watchCalls(const std::set<std::string>& holders, Instant now);
 
     void appDidActivate(const FrontApp& app) override;
+    void nothingInFront() override;
     void suspend(const std::string& why) override;
     void resume(const std::string& why) override;
 
@@ -129,38 +162,62 @@ public:
     bool outsideWorkHours() const { return outsideWorkHours_; }
     const std::map<std::string, Instant>& callsInProgress() const { return callsInProgress_; }
 
-    // For a session replayed inside one transaction, which nobody reads before
-    // it ends: checkpoints keep the end in memory only (close writes it, so the
-    // rows come out the same) and refresh() reads nothing.
-    void setUnobserved(bool unobserved) { unobserved_ = unobserved; }
-    // Writes that failed since construction, and the last failure's message;
-    // replay refuses to keep a session with holes.
-    int failedWrites() const { return failedWrites_; }
-    const std::string& lastWriteError() const { return lastWriteError_; }
+    // Writes that failed and wait for the next sample (the current activity's
+    // missing insert included).
+    std::size_t unsavedWrites() const { return pending_.size() + (writer_ && current_ && current_->id == 0 ? 1 : 0); }
 
 private:
+    // The moment the tracker last ran, on both clocks.
+    struct Sighting {
+        Instant at;
+        double uptime;
+    };
+
+    // What every entry point does first: notices time the process did not run
+    // (ending the current activity at the last sighting), retries failed
+    // writes, and returns now.
+    Instant arrive();
     bool trackingAllowed(Instant now) const;
     // The front application's activity as the desktop describes it, private
     // details removed when the privacy rules exclude it.
     Activity describe(const FrontApp& app);
     void conceal(Activity& activity);
-    // Makes `next` current from `at`, unless it has the current one's details.
+    // Makes `next` current from `at` (never before the current one's start),
+    // unless it has the current one's details.
     void switchTo(Activity next, Instant at);
     void beginFrontmost(Instant at);
     void sample(Instant now, const std::set<std::string>& holders);
-    void splitAtMidnight(Instant now);
+    // Follows the front window: nothing in front closes the current activity,
+    // another application or a new title or page opens a new one.
+    void followFront(Instant now);
+    // Cuts the current activity at each midnight before `t`.
+    void splitAtMidnights(Instant t);
+    // Moves the current activity's end to `t` (split at midnights first) and
+    // writes it, inserting the row if its insert had failed.
+    void extendTo(Instant t);
+    // Gives the current activity its row when it has none; false on failure.
+    bool persistCurrent();
+    void doPause(Instant until, Instant now);
+    void doResume(Instant now);
     // Re-reads the settings when their file changed (another process may have
     // set or cleared the pause, or changed the working hours).
     void readSettings();
-    void writeFailed(std::string_view what, const std::exception& error);
+    // Keeps a write that failed for the next sample: an insert (id 0), an end,
+    // or a removal (an activity shorter than a second).
+    void keepForLater(const Activity& ending, const std::exception& error);
+    void retryPendingWrites();
+    void recorded(const Activity& activity);
 
-    ActivityStore* store_;
+    std::unique_ptr<StoreWriter> storeWriter_;
+    ActivityWriter* writer_;
+    ActivityStore* views_;  // null: nothing published
     Desktop& desktop_;
     Clock& clock_;
     Preferences& preferences_;
     std::shared_ptr<spdlog::logger> log_;
 
     std::optional<Activity> current_;
+    Instant currentDayEnd_ = 0;  // the midnight that ends the current activity's day
     std::vector<Activity> recent_;
     double todayActive_ = 0;
     std::vector<AppTotal> todayApps_;
@@ -168,15 +225,14 @@ private:
     std::optional<Instant> pausedUntil_;
     bool outsideWorkHours_ = false;
     std::map<std::string, Instant> callsInProgress_;
+    std::vector<Activity> pending_;  // closed activities whose last write failed
+    std::optional<Sighting> lastSeen_;
+    double sampleInterval_ = defaultSampleInterval;
 
     std::uint64_t settingsSeen_ = 0;  // Preferences::generation() at the last read
     WorkHours workHours_;
-    Instant today_ = 0, tomorrow_ = 0;  // the current local day, [today_, tomorrow_)
     double idleThreshold_ = 300;
     bool started_ = false;
-    bool unobserved_ = false;
-    int failedWrites_ = 0;
-    std::string lastWriteError_;
 };
 
 } // namespace ombrelo

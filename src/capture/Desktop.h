@@ -46,6 +46,9 @@ public:
     virtual ~DesktopObserver() = default;
     // Another application came to the front.
     virtual void appDidActivate(const FrontApp& app) = 0;
+    // No application is in front any more: the last window closed, or the bare
+    // desktop or a panel took the focus.
+    virtual void nothingInFront() = 0;
     // Sleep, lock, login screen, session switched away, screens off.
     virtual void suspend(const std::string& why) = 0;
     // Wake, unlock, session back, screens on.

@@ -118,7 +118,10 @@ public:
     }
 
     ReplayEvent::Kind event(const std::string& key, const json& value) const {
-        if (key == "front") return front(value);
+        if (key == "front") {
+            if (value.is_null()) return ReplayEvent::NothingInFront{};
+            return front(value);
+        }
         if (key == "title") {
             if (value.is_null()) return ReplayEvent::Title{};
             if (!value.is_string()) bad(key, "un texte ou null", "a text or null");
@@ -149,7 +152,7 @@ public:
 
 private:
     ReplayEvent::Front front(const json& value) const {
-        if (!value.is_object()) bad("front", "{\"name\": …}", "{\"name\": …}");
+        if (!value.is_object()) bad("front", "{\"name\": …} ou null", "{\"name\": …} or null");
         onlyKeys(value, {"id", "name", "title", "path", "domain", "url"}, "front");
         ReplayEvent::Front event;
         std::optional<std::string> name = optionalText(value, "name", "front");
@@ -278,6 +281,7 @@ struct Apply {
         if (front.domain || front.url) page = PageContext{front.domain, front.url};
         desktop.bringToFront({front.app, front.title, front.path, page});
     }
+    void operator()(const ReplayEvent::NothingInFront&) const { desktop.clearFront(); }
     void operator()(const ReplayEvent::Title& title) const { desktop.setTitle(title.title); }
     void operator()(const ReplayEvent::Site& site) const { desktop.setPage(site.page); }
     void operator()(const ReplayEvent::Away&) const { desktop.inputStopped(clock.now()); }
@@ -299,6 +303,7 @@ struct Apply {
 Instant drive(const std::vector<ReplayEvent>& events, ActivityTracker& tracker, ScriptedDesktop& desktop,
               ManualClock& clock) {
     const Instant origin = events.front().t;
+    const double interval = tracker.sampleInterval();
     Apply apply{desktop, tracker, clock};
     std::size_t next = 0;
     bool quit = false;
@@ -310,16 +315,28 @@ Instant drive(const std::vector<ReplayEvent>& events, ActivityTracker& tracker, 
             quit = quit || std::holds_alternative<ReplayEvent::Quit>(events[next].kind);
         }
     };
+    std::int64_t samples = 1;  // the next sample is origin + interval × samples
+    auto sampleTime = [&] { return origin + interval * static_cast<double>(samples); };
+    // The first sample at or after `t`.
+    auto firstSampleFrom = [&](Instant t) {
+        auto k = std::max(samples, static_cast<std::int64_t>(std::floor((t - origin) / interval)));
+        while (origin + interval * static_cast<double>(k) < t) ++k;
+        return k;
+    };
 
     applyAt(origin);
     tracker.start();
-    std::int64_t samples = 1;  // the next sample is origin + 5 × samples
-    auto sampleTime = [&] { return origin + ActivityTracker::sampleInterval * static_cast<double>(samples); };
     while (!quit && next < events.size()) {
         Instant t = events[next].t;
-        for (; sampleTime() < t; ++samples) {
+        while (sampleTime() < t) {
+            // Until the tracker's next change, a sample would only move the
+            // current activity's end, which the next event or sample writes anyway.
+            Instant change = tracker.nextChange();
+            if (change > sampleTime()) samples = firstSampleFrom(std::min(change, t));
+            if (sampleTime() >= t) break;
             clock.set(sampleTime());
             tracker.tick();
+            ++samples;
         }
         applyAt(t);
         if (!quit && sampleTime() == t) {
@@ -333,30 +350,28 @@ Instant drive(const std::vector<ReplayEvent>& events, ActivityTracker& tracker, 
 } // namespace
 
 Replay::Outcome Replay::run(const std::vector<ReplayEvent>& events, ActivityStore& store, const Preferences& settings,
-                            const Configure& configure) {
+                            const Configure& configure, const Written& written) {
     if (events.empty()) throw ReplayError(0, Problem::empty);
     PrivateSettings privateSettings(settings.path());
     Preferences& preferences = privateSettings.preferences();
 
-    Database& db = store.database();
-    Transaction transaction(db);
-    std::int64_t lastBefore = db.queryInt("SELECT COALESCE(MAX(id), 0) FROM activity").value_or(0);
-
     ManualClock clock(events.front().t);
     PrivacyRules privacy(preferences);
     ScriptedDesktop desktop(clock, privacy);
-    ActivityTracker tracker(&store, desktop, clock, preferences);
-    tracker.setUnobserved(true);
+    ActivityBuffer buffer;
+    ActivityTracker tracker(buffer, desktop, clock, preferences);
     if (configure) configure(tracker, preferences, clock);
 
     Outcome outcome;
     outcome.from = events.front().t;
     outcome.to = drive(events, tracker, desktop, clock);
     tracker.close(outcome.to);
-    if (tracker.failedWrites() > 0) throw DatabaseError(tracker.lastWriteError());
 
-    outcome.written = db.queryInt("SELECT COUNT(*) FROM activity WHERE id > ?", {lastBefore}).value_or(0);
+    Transaction transaction(store.database());
+    std::vector<ActivityBuffer::Written> rows = buffer.writeTo(store);
+    if (written) written(rows);
     transaction.commit();
+    outcome.written = static_cast<std::int64_t>(rows.size());
     return outcome;
 }
 

@@ -3,21 +3,27 @@
 // tracking would have.
 //
 // The file is JSON Lines, one event per line: "t" (local "YYYY-MM-DDTHH:MM:SS"
-// or seconds since 1970) and one of "front", "title", "site", "away", "back",
-// "sleep", "wake", "lock", "unlock", "awake", "pause", "resume", "quit". Blank
-// lines are skipped. The tracker starts at the first event's time, after the
-// events of that instant; the sample then runs every 5 seconds counted from the
-// first event, after the events of its own instant. The session ends at "quit"
-// or, without one, at the last event; the current activity is closed there.
+// or seconds since 1970) and one of "front" (null: nothing in front), "title",
+// "site", "away", "back", "sleep", "wake", "lock", "unlock", "awake", "pause",
+// "resume", "quit". Blank lines are skipped. The tracker starts at the first
+// event's time, after the events of that instant; the sample then runs every 5
+// seconds counted from the first event, after the events of its own instant.
+// Samples that could only extend the current activity are skipped (a gap of
+// years costs a few samples a day), which changes no row. The session ends at
+// "quit" or, without one, at the last event; the current activity is closed
+// there.
 //
-// The whole file is parsed and checked before the database is touched, and the
-// session runs in one transaction: a bad line or a failed write keeps nothing.
-// The tracker reads a private copy of the user's settings (without their pause),
-// so a replayed pause never pauses the user's real tracker.
+// The whole file is parsed and checked before the database is touched. The
+// session is simulated in memory and written at the end in one short
+// transaction: a bad line or a failed write keeps nothing, and the user's
+// tracker is never kept waiting for the database. The tracker reads a private
+// copy of the user's settings (without their pause), so a replayed pause never
+// pauses the user's real tracker.
 //
 // Main loop thread (it uses the caller's database connection).
 #pragma once
 
+#include "capture/ActivityBuffer.h"
 #include "capture/Desktop.h"
 #include "support/Clock.h"
 
@@ -70,6 +76,7 @@ struct ReplayEvent {
         FrontApp app;
         std::optional<std::string> title, path, domain, url;
     };
+    struct NothingInFront {};
     struct Title {
         std::optional<std::string> title;
     };
@@ -91,7 +98,7 @@ struct ReplayEvent {
     struct Resume {};
     struct Quit {};
 
-    using Kind = std::variant<Front, Title, Site, Away, Back, Sleep, Wake, Lock, Unlock, Awake, Pause, Resume, Quit>;
+    using Kind = std::variant<Front, NothingInFront, Title, Site, Away, Back, Sleep, Wake, Lock, Unlock, Awake, Pause, Resume, Quit>;
 
     Instant t = 0;
     int line = 0;
@@ -105,6 +112,10 @@ namespace Replay {
 // session's private settings and simulated clock, for whatever must see the
 // session's time rather than the real one (the active project lasts one day).
 using Configure = std::function<void(ActivityTracker&, Preferences& settings, Clock& clock)>;
+// Runs inside the final transaction once every row is written, with each row as
+// written and the id the tracker knew it by (the id onRecorded saw). What it
+// throws cancels the whole session.
+using Written = std::function<void(const std::vector<ActivityBuffer::Written>&)>;
 
 struct Outcome {
     std::int64_t written = 0;  // activity rows the session added
@@ -123,7 +134,7 @@ std::vector<ReplayEvent> read(const std::filesystem::path& file);
 // Throws DatabaseError when a write fails and std::system_error when the
 // settings cannot be copied; then nothing of the session is kept.
 Outcome run(const std::vector<ReplayEvent>& events, ActivityStore& store, const Preferences& settings,
-            const Configure& configure = {});
+            const Configure& configure = {}, const Written& written = {});
 
 } // namespace Replay
 } // namespace ombrelo

@@ -14,7 +14,10 @@ void ScriptedDesktop::bringToFront(const ScriptedWindow& window) {
     if (observer_) observer_->appDidActivate(window.app);
 }
 
-void ScriptedDesktop::clearFront() { front_.reset(); }
+void ScriptedDesktop::clearFront() {
+    front_.reset();
+    if (observer_) observer_->nothingInFront();
+}
 
 void ScriptedDesktop::setTitle(std::optional<std::string> title) {
     if (ScriptedWindow* window = frontWindow()) window->title = std::move(title);

@@ -38,7 +38,7 @@ public:
     // The window's application comes to the front with that window, the user is
     // present, and the observer hears of the activation.
     void bringToFront(const ScriptedWindow& window);
-    // Nothing with a window is in front any more (no notification).
+    // Nothing with a window is in front any more; the observer hears of it.
     void clearFront();
     // The front window's title changes; ignored when nothing is in front.
     void setTitle(std::optional<std::string> title);

@@ -1,6 +1,7 @@
 #include "support/Clock.h"
 
 #include <chrono>
+#include <ctime>
 
 namespace ombrelo {
 
@@ -10,6 +11,11 @@ public:
     Instant now() const override {
         using namespace std::chrono;
         return duration<double>(system_clock::now().time_since_epoch()).count();
+    }
+    double uptime() const override {
+        timespec time{};
+        ::clock_gettime(CLOCK_BOOTTIME, &time);
+        return double(time.tv_sec) + double(time.tv_nsec) / 1e9;
     }
 };
 } // namespace

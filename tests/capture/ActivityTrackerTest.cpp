@@ -6,6 +6,7 @@
 #include "support/Settings.h"
 #include "testing/TestSupport.h"
 
+#include <functional>
 #include <gtest/gtest.h>
 
 namespace ombrelo {
@@ -38,8 +39,8 @@ protected:
 
     // Samples every 5 seconds for `seconds`, the clock moving first.
     void sampleFor(double seconds) {
-        for (double elapsed = 0; elapsed < seconds; elapsed += ActivityTracker::sampleInterval) {
-            clock.advance(ActivityTracker::sampleInterval);
+        for (double elapsed = 0; elapsed < seconds; elapsed += tracker.sampleInterval()) {
+            clock.advance(tracker.sampleInterval());
             tracker.tick();
         }
     }
@@ -258,6 +259,18 @@ TEST_F(TrackerTest, aPauseSetOrClearedByAnotherProcessIsFollowed) {
     sampleFor(5);
     ASSERT_TRUE(tracker.current());
     EXPECT_EQ(tracker.current()->start, at(9, 0, 40));
+
+    // Told that the settings changed, the tracker acts at that moment.
+    clock.advance(2);
+    command.set(settings::pausedUntil, ActivityTracker::indefinitely);
+    tracker.takeInSettings();
+    EXPECT_FALSE(tracker.current());
+    EXPECT_EQ(rows().back().end, at(9, 0, 42));
+    clock.advance(1);
+    command.remove(settings::pausedUntil);
+    tracker.takeInSettings();
+    ASSERT_TRUE(tracker.current());
+    EXPECT_EQ(tracker.current()->start, at(9, 0, 43));
 }
 
 TEST_F(TrackerTest, lockingClosesAtTheLockTimeAndNothingIsWrittenUntilUnlock) {
@@ -371,22 +384,146 @@ TEST_F(TrackerTest, callsOfAMinuteOrMoreAreReportedOnceWhenTheyEnd) {
     EXPECT_EQ(calls[0], std::make_tuple(std::string("Zoom"), start, start + 120));
 }
 
-TEST_F(TrackerTest, aFailedWriteIsLoggedAndTheLoopGoesOn) {
+TEST_F(TrackerTest, aFailedWriteIsRetriedSoNoActivityIsLost) {
     db.execute("CREATE TRIGGER refuse_insert BEFORE INSERT ON activity BEGIN SELECT RAISE(ABORT, 'disque plein'); END");
     startWith(window("code", "Code"));
     sampleFor(30);
     ASSERT_TRUE(tracker.current());
     EXPECT_EQ(tracker.current()->id, 0);
-    EXPECT_EQ(tracker.current()->end, at(9, 0, 30));
-    EXPECT_EQ(tracker.failedWrites(), 1);
+    EXPECT_EQ(tracker.unsavedWrites(), 1u);
 
     db.execute("DROP TRIGGER refuse_insert");
     desktop.bringToFront(window("firefox", "Firefox"));
     sampleFor(30);
     auto activities = rows();
-    ASSERT_EQ(activities.size(), 1u);
-    EXPECT_EQ(activities[0].appName, "Firefox");
+    ASSERT_EQ(activities.size(), 2u);
+    EXPECT_EQ(activities[0].appName, "Code") << "the activity whose insert failed still gets its row";
+    EXPECT_EQ(activities[0].start, at(9, 0));
+    EXPECT_EQ(activities[0].end, at(9, 0, 30));
+    EXPECT_EQ(activities[1].appName, "Firefox");
+    EXPECT_EQ(activities[1].end, at(9, 1));
+
+    // Another process holds the write lock while the user switches: the end
+    // of one row and the insert of the next wait for the following sample.
+    db.setBusyTimeout(0);
+    Database other{db.path()};
+    other.execute("BEGIN IMMEDIATE");
+    clock.advance(2);
+    desktop.bringToFront(window("code", "Code"));
+    sampleFor(10);
+    EXPECT_EQ(tracker.unsavedWrites(), 2u);
+    other.execute("COMMIT");
+    sampleFor(5);
+    EXPECT_EQ(tracker.unsavedWrites(), 0u);
+    activities = rows();
+    ASSERT_EQ(activities.size(), 3u);
+    EXPECT_EQ(activities[1].end, at(9, 1, 2));
+    EXPECT_EQ(activities[2].appName, "Code");
+    EXPECT_EQ(activities[2].start, at(9, 1, 2));
+    EXPECT_EQ(activities[2].end, at(9, 1, 17));
+}
+
+// The machine went to sleep (or the process was stopped) without a word from
+// the desktop beforehand. Whatever reaches the tracker first afterwards, the
+// night is a gap: the activity ends at the last sample before it.
+TEST_F(TrackerTest, timeTheProcessDidNotRunIsAGapWhateverArrivesFirst) {
+    const std::vector<std::pair<const char*, std::function<void(ScriptedDesktop&)>>> orders = {
+        {"a sample", [](ScriptedDesktop&) {}},
+        {"an activation", [](ScriptedDesktop& screen) { screen.bringToFront(window("firefox", "Firefox")); }},
+        {"the sleep signal, then wake",
+         [](ScriptedDesktop& screen) {
+             screen.notifySuspend(reason::sleep);
+             screen.notifyResume(reason::wake);
+         }},
+        {"wake alone", [](ScriptedDesktop& screen) { screen.notifyResume(reason::wake); }},
+        {"nothing in front", [](ScriptedDesktop& screen) { screen.clearFront(); }},
+    };
+    for (const auto& [name, firstAfterwards] : orders) {
+        SCOPED_TRACE(name);
+        TempDir folder;
+        Database database{folder / "gap.sqlite"};
+        ActivityStore activities{database};
+        ManualClock time{at(22, 0)};
+        ScriptedDesktop screen{time, privacy};
+        ActivityTracker loop{&activities, screen, time, preferences};
+        screen.bringToFront(window("code", "Code"));
+        loop.start();
+        for (int i = 0; i < 12; ++i) {
+            time.advance(5);
+            loop.tick();
+        }
+        time.passFrozen(9 * 3600);  // 22:01 to 07:01, the process frozen
+        firstAfterwards(screen);
+        for (int i = 0; i < 6; ++i) {
+            time.advance(5);
+            loop.tick();
+        }
+        loop.quit();
+
+        auto rows = activities.activities(0, 1e10);
+        ASSERT_FALSE(rows.empty());
+        EXPECT_EQ(rows[0].end, at(22, 1));
+        for (std::size_t i = 1; i < rows.size(); ++i) EXPECT_GE(rows[i].start, at(22, 1) + 9 * 3600) << i;
+        testing::expectActivityInvariants(database.path());
+    }
+}
+
+TEST_F(TrackerTest, nothingInFrontEndsTheActivityUntilAWindowComesBack) {
+    startWith(window("code", "Code"));
+    sampleFor(60);
+    desktop.clearFront();  // the last window closed
+    EXPECT_FALSE(tracker.current());
+    sampleFor(60);
+    desktop.bringToFront(window("code", "Code"));
+    sampleFor(30);
+    tracker.quit();
+
+    auto activities = rows();
+    ASSERT_EQ(activities.size(), 2u);
     EXPECT_EQ(activities[0].end, at(9, 1));
+    EXPECT_EQ(activities[1].start, at(9, 2));
+    EXPECT_EQ(activities[1].end, at(9, 2, 30));
+}
+
+// Midnight cuts the row whatever writes the end: a sample, an event that comes
+// before the first sample of the day, an absence noticed after midnight.
+TEST_F(TrackerTest, noRowSpansMidnightWhateverWritesIt) {
+    Instant midnight = local::make(2025, 3, 11);
+    clock.set(midnight - 60);
+    startWith(window("code", "Code"));
+    sampleFor(55);  // the last sample of the day is at 23:59:55
+    clock.set(midnight + 2);
+    desktop.bringToFront(window("firefox", "Firefox"));
+
+    auto activities = rows();
+    ASSERT_EQ(activities.size(), 3u);
+    EXPECT_EQ(activities[0].end, midnight);
+    EXPECT_EQ(activities[1].appName, "Code");
+    EXPECT_EQ(activities[1].start, midnight);
+    EXPECT_EQ(activities[1].end, midnight + 2);
+    EXPECT_EQ(activities[2].appName, "Firefox");
+
+    // The next evening the user leaves at 23:50; the absence runs past
+    // midnight and is split there too.
+    Instant nextMidnight = local::make(2025, 3, 12);
+    clock.set(nextMidnight - 605);
+    tracker.tick();
+    desktop.inputStopped(nextMidnight - 600);
+    while (clock.now() < nextMidnight + 200) {
+        clock.advance(5);
+        tracker.tick();
+    }
+    tracker.quit();
+    activities = rows();
+    ASSERT_GE(activities.size(), 2u);
+    const Activity& afterMidnight = activities.back();
+    const Activity& beforeMidnight = activities[activities.size() - 2];
+    EXPECT_EQ(beforeMidnight.kind, Activity::Kind::idle);
+    EXPECT_EQ(beforeMidnight.start, nextMidnight - 600);
+    EXPECT_EQ(beforeMidnight.end, nextMidnight);
+    EXPECT_EQ(afterMidnight.kind, Activity::Kind::idle);
+    EXPECT_EQ(afterMidnight.start, nextMidnight);
+    testing::expectActivityInvariants(db.path());
 }
 
 TEST_F(TrackerTest, withoutAStoreThePublishedStateStillFollowsTheUser) {
@@ -398,7 +535,7 @@ TEST_F(TrackerTest, withoutAStoreThePublishedStateStillFollowsTheUser) {
     desktop.bringToFront(window("firefox", "Firefox"));
     ASSERT_TRUE(unstored.current());
     EXPECT_EQ(unstored.current()->appName, "Firefox");
-    EXPECT_EQ(unstored.failedWrites(), 0);
+    EXPECT_EQ(unstored.unsavedWrites(), 0u);
 }
 
 TEST_F(TrackerTest, publishedViewsFollowTheRows) {

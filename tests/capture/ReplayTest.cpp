@@ -206,6 +206,29 @@ TEST_F(ReplayTest, aFailedWriteKeepsNothingOfTheSession) {
     EXPECT_FALSE(db.inTransaction());
 }
 
+// Years between two events cost a few samples a day, not one every five seconds,
+// and the rows come out as sampling every five seconds would make them.
+TEST_F(ReplayTest, aGapOfYearsIsSkippedWithoutChangingTheRows) {
+    Replay::Outcome outcome = replay(R"({"t": "2022-01-03T09:00:00", "front": {"name": "Code", "title": "a.cpp"}}
+{"t": "2022-01-03T09:10:00", "away": true}
+{"t": "2025-01-06T09:30:00", "back": true}
+{"t": "2025-01-06T09:31:00", "front": null}
+{"t": "2025-01-06T09:32:00", "front": {"name": "Code", "title": "a.cpp"}}
+{"t": "2025-01-06T09:33:00", "quit": true}
+)");
+    std::vector<Activity> activities = rows();
+    ASSERT_GT(activities.size(), 1000u);  // the absence, split at each midnight
+    EXPECT_EQ(line(activities.front()), "09:00-09:10 Code|a.cpp||app");
+    EXPECT_EQ(activities[1].kind, Activity::Kind::idle);
+    EXPECT_EQ(activities[1].start, local::make(2022, 1, 3, 9, 10));
+    EXPECT_EQ(activities[1].end, local::make(2022, 1, 4));
+    EXPECT_EQ(activities[activities.size() - 3].end, local::make(2025, 1, 6, 9, 30));
+    EXPECT_EQ(line(activities[activities.size() - 2]), "09:30-09:31 Code|a.cpp||app") << "nothing in front";
+    EXPECT_EQ(line(activities.back()), "09:32-09:33 Code|a.cpp||app");
+    EXPECT_EQ(outcome.written, static_cast<std::int64_t>(activities.size()));
+    testing::expectActivityInvariants(db.path());
+}
+
 // The real binary: the count it prints and the rows it leaves.
 TEST(ReplayCommand, printsTheCountAndWritesTheRows) {
     TempDir home;
