@@ -38,12 +38,20 @@ std::string jsonArray(const std::vector<std::int64_t>& ids) {
 Workspace::Workspace(ActivityStore* store, Catalog& catalog, ProjectStore& projects, Clock& clock)
     : store_(store), catalog_(catalog), projects_(projects), clock_(clock), log_(Log::get("workspace")) {
     subscription_ = catalog_.subscribe([this] { invalidate(); });
+    // The stores were loaded just now: only later commits are news.
+    if (store_) {
+        try {
+            seenDataVersion_ = store_->database().dataVersion();
+        } catch (const DatabaseError&) {
+        }
+    }
 }
 
 Workspace::~Workspace() { catalog_.unsubscribe(subscription_); }
 
 std::vector<Classified> Workspace::items(Instant from, Instant to) {
     if (!(to > from)) return {};
+    takeInOtherWrites();
     dropCacheIfInputsChanged();
 
     std::optional<Instant> first;
@@ -101,6 +109,7 @@ std::vector<Classified> Workspace::day(Instant date) {
 std::vector<Classified> Workspace::search(std::string_view text, Instant from, Instant to) {
     std::string_view needle = trim(text);
     if (needle.empty() || !(to > from)) return {};
+    takeInOtherWrites();
     std::vector<Activity> found;
     if (demo_) {
         std::string lowered = lowerASCII(needle);
@@ -137,21 +146,26 @@ bool Workspace::write(std::string_view label, const std::function<void()>& body)
     return true;
 }
 
-std::optional<std::int64_t> Workspace::addManual(Instant start, Instant end, std::string_view label,
-                                                 std::optional<std::int64_t> projectID) {
+std::optional<std::vector<std::int64_t>> Workspace::addManual(Instant start, Instant end, std::string_view label,
+                                                              std::optional<std::int64_t> projectID) {
     std::string name(trim(label));
     if (name.empty() || !(end > start)) return std::nullopt;
-    std::int64_t id = 0;
+    std::vector<std::int64_t> ids;
     bool written = write("Temps manuel", [&] {
-        Activity activity;
-        activity.kind = Activity::Kind::manual;
-        activity.start = start;
-        activity.end = end;
-        activity.appName = name;
-        id = store_->insert(activity);
-        catalog_.writeAssignments({id}, projectID, std::nullopt, source::manual);
+        ids.clear();
+        // No row spans two days: 23:00 to 01:00 is two rows.
+        for (Instant from = start; from < end;) {
+            Activity activity;
+            activity.kind = Activity::Kind::manual;
+            activity.start = from;
+            activity.end = std::min(end, local::addDays(local::startOfDay(from), 1));
+            activity.appName = name;
+            ids.push_back(store_->insert(activity));
+            from = activity.end;
+        }
+        catalog_.writeAssignments(ids, projectID, std::nullopt, source::manual);
     });
-    return written ? std::optional(id) : std::nullopt;
+    return written ? std::optional(ids) : std::nullopt;
 }
 
 std::optional<std::size_t> Workspace::qualifyIdle(const std::vector<std::int64_t>& ids, std::string_view label,
@@ -243,6 +257,22 @@ std::string Workspace::fingerprint(Instant from, Instant to) {
         log_->warn("Empreinte impossible : {}", error.description());
         return randomUUID();  // never matches, so the day is recomputed
     }
+}
+
+void Workspace::takeInOtherWrites() {
+    if (!store_ || demo_) return;
+    std::optional<std::int64_t> version;
+    try {
+        version = store_->database().dataVersion();
+    } catch (const DatabaseError& error) {
+        log_->warn("Lecture impossible : {}", error.description());
+        return;
+    }
+    if (version == seenDataVersion_) return;
+    seenDataVersion_ = version;
+    catalog_.reload();
+    projects_.reload();
+    invalidate();
 }
 
 void Workspace::dropCacheIfInputsChanged() {

@@ -14,9 +14,10 @@
 // classification inputs change: on every change announcement of the catalogue
 // (its writes of rules, categories, corrections and notes), after every write
 // of its own, and whenever it notices that the categories, rules or projects it
-// last classified with are no longer the stores' current ones (which also
-// catches the project store's changes and other processes' edits once the
-// stores have re-read them).
+// last classified with are no longer the stores' current ones (the project
+// store's changes), and whenever another connection has committed: then the
+// catalogue and the projects are re-read first, since another process may have
+// changed corrections, rules or projects that no row's fingerprint shows.
 //
 // Reads never fail: a read error gives an empty list (and is logged). Writes are
 // rolled back on failure, logged ("<label> : écriture impossible : <error>") and
@@ -77,11 +78,12 @@ public:
     bool write(std::string_view label, const std::function<void()>& body);
 
     // Records [start, end) as manual time named `label`, assigned by hand to
-    // `projectID` (or to no project): a manual row that no rule overrides.
-    // Returns the new activity's id; nothing when end ≤ start, the label is
-    // blank or the write failed (writeError() says why).
-    std::optional<std::int64_t> addManual(Instant start, Instant end, std::string_view label,
-                                          std::optional<std::int64_t> projectID);
+    // `projectID` (or to no project): a manual row that no rule overrides, one
+    // per calendar day the stretch covers. Returns the new activities' ids;
+    // nothing when end ≤ start, the label is blank or the write failed
+    // (writeError() says why).
+    std::optional<std::vector<std::int64_t>> addManual(Instant start, Instant end, std::string_view label,
+                                                       std::optional<std::int64_t> projectID);
 
     // Turns an absence into described time. The idle rows among `ids` (the rows
     // of an idle block) become manual time: their kind becomes "manual" and their
@@ -131,6 +133,9 @@ private:
     std::vector<Classified> compute(Instant from, Instant to);
     std::vector<Activity> read(Instant from, Instant to);
     void dropCacheIfInputsChanged();
+    // Re-reads the stores and empties the cache when another connection has
+    // committed since the last look.
+    void takeInOtherWrites();
     std::string fingerprint(Instant from, Instant to);
     std::optional<Generation> generation();
     // The cached items of the whole day [day, next), recomputed when stale.
@@ -147,6 +152,7 @@ private:
     std::optional<std::string> writeError_;
     std::size_t daysComputed_ = 0;
     std::uint64_t subscription_ = 0;
+    std::optional<std::int64_t> seenDataVersion_;
 };
 
 } // namespace ombrelo

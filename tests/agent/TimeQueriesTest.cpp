@@ -40,9 +40,9 @@ protected:
     std::int64_t work(double hour, double minutes, std::optional<std::int64_t> project, std::string label = "Travail",
                       Instant day = 0) {
         Instant start = (day ? day : today) + hour * 3600;
-        auto id = workspace.addManual(start, start + minutes * 60, label, project);
-        EXPECT_TRUE(id);
-        return id.value_or(0);
+        auto ids = workspace.addManual(start, start + minutes * 60, label, project);
+        EXPECT_TRUE(ids && ids->size() == 1);
+        return ids && !ids->empty() ? ids->front() : 0;
     }
     std::int64_t record(Instant start, double seconds, std::string app, std::optional<std::string> title,
                         Activity::Kind kind = Activity::Kind::app, std::optional<std::string> domain = std::nullopt) {

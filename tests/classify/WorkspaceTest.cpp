@@ -213,6 +213,48 @@ TEST_F(WorkspaceTest, ManualTimeKeepsItsProjectAgainstRules) {
     EXPECT_FALSE(workspace.addManual(monday + 18 * 3600, monday + 19 * 3600, "  ", std::nullopt));
 }
 
+TEST_F(WorkspaceTest, ManualTimeAcrossMidnightIsOneRowPerDay) {
+    Project refonte = addProject("Refonte");
+    auto ids = workspace.addManual(tuesday - 3600, tuesday + 3600, "Mise en production", refonte.id);
+    ASSERT_TRUE(ids);
+    ASSERT_EQ(ids->size(), 2u);
+    auto before = store.activity(ids->at(0)), after = store.activity(ids->at(1));
+    EXPECT_EQ(before->start, tuesday - 3600);
+    EXPECT_EQ(before->end, tuesday);
+    EXPECT_EQ(after->start, tuesday);
+    EXPECT_EQ(after->end, tuesday + 3600);
+    for (const auto& item : workspace.items(monday, wednesday)) {
+        EXPECT_EQ(projectOf(item), "Refonte");
+        EXPECT_TRUE(item.manual);
+    }
+    testing::expectActivityInvariants(db.path());
+}
+
+// A long-lived process (the tracker, the interface) shares the file with
+// commands: their corrections, rules and projects must show on cached days.
+TEST_F(WorkspaceTest, CachedDaysFollowAnotherProcesssCorrectionsRulesAndProjects) {
+    Project refonte = addProject("Refonte");
+    std::int64_t id = record(monday + 9 * 3600, monday + 10 * 3600, "org.gnome.Terminal", "deploy.sh");
+    ASSERT_EQ(projectOf(workspace.day(monday).at(0)), "-");
+
+    Database other{db.path()};
+    Catalog otherCatalog{other};
+    otherCatalog.assign({id}, refonte.id, std::nullopt, source::manual);
+    EXPECT_EQ(projectOf(workspace.day(monday).at(0)), "Refonte") << "another process's correction";
+
+    otherCatalog.clearAssignments({id});
+    Rule rule;
+    rule.field = Field::title;
+    rule.pattern = "deploy";
+    rule.projectID = refonte.id;
+    ASSERT_TRUE(otherCatalog.save(rule));
+    EXPECT_EQ(projectOf(workspace.day(monday).at(0)), "Refonte") << "another process's rule";
+
+    other.run("UPDATE project SET name = 'Refonte 2026' WHERE id = ?", {refonte.id});
+    EXPECT_EQ(projectOf(workspace.day(monday).at(0)), "Refonte 2026") << "another process's project edit";
+    EXPECT_EQ(workspace.search("deploy", monday, wednesday).at(0).project->name, "Refonte 2026");
+}
+
 TEST_F(WorkspaceTest, QualifiedAbsenceBecomesManualTimeOnTheProject) {
     Project refonte = addProject("Refonte");
     std::int64_t work = record(monday + 9 * 3600, monday + 10 * 3600);

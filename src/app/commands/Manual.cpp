@@ -34,15 +34,17 @@ void add(Session& session, const Arguments& arguments) {
     TimeModel model(session);
     std::optional<Project> project;
     if (arguments.project && !isNone(*arguments.project)) project = requireProject(model.projects, *arguments.project);
-    auto id = model.workspace.addManual(from, to, label, project ? std::optional(project->id) : std::nullopt);
-    if (!id)
+    auto ids = model.workspace.addManual(from, to, label, project ? std::optional(project->id) : std::nullopt);
+    if (!ids)
         throw CommandFailure(exitStatus::failure,
                              std::string(L10n::text("Temps manuel non enregistré : ", "Manual time not recorded: ")) +
                                  model.workspace.writeError().value_or(""));
     output::line(fmt::format("{}{}, {} {}–{} ({}), {}. {}{}.", L10n::text("Temps manuel ajouté : ", "Manual time added: "),
                              label, local::formatDay(from), local::formatTime(from), local::formatTime(to),
                              Format::duration(to - from), model.projects.label(project),
-                             L10n::text("Activité ", "Activity "), *id));
+                             L10n::text(ids->size() > 1 ? "Activités " : "Activité ",
+                                        ids->size() > 1 ? "Activities " : "Activity "),
+                             fmt::join(*ids, ", ")));
 }
 
 } // namespace
