@@ -59,8 +59,11 @@ Database& Session::database() {
         database_ = std::make_unique<Database>(databasePath());
     } catch (const NewerDatabaseError&) {
         throw CommandFailure(exitStatus::newerDatabase, newerDatabaseAlert());
+    } catch (const DatabaseError& error) {
+        throw CommandFailure(error.busy() ? exitStatus::failure : exitStatus::databaseUnavailable,
+                             openFailureAlert(error.what()));
     } catch (const std::exception& error) {
-        throw CommandFailure(exitStatus::failure, openFailureAlert(error.what()));
+        throw CommandFailure(exitStatus::databaseUnavailable, openFailureAlert(error.what()));
     }
     return *database_;
 }

@@ -29,6 +29,9 @@ inline constexpr int success = 0;
 inline constexpr int usage = 1;
 inline constexpr int failure = 2;
 inline constexpr int newerDatabase = 3;
+// The database cannot be opened (unreadable, damaged, not a database): trying
+// again will not help, so the tracker's service is not restarted for it.
+inline constexpr int databaseUnavailable = 4;
 } // namespace exitStatus
 
 class Session {
@@ -43,8 +46,9 @@ public:
 
     std::filesystem::path databasePath() const;
     // Opens (creating and migrating) the database. A newer file fails with exit
-    // status 3 and the alert text; any other failure with status 2 and the
-    // "cannot open" alert.
+    // status 3 and the alert text; a file another process keeps locked with
+    // status 2, any other failure with status 4, both with the "cannot open"
+    // alert.
     Database& database();
     ActivityStore& activities();
     Preferences& preferences() { return preferences_; }

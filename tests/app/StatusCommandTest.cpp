@@ -50,11 +50,11 @@ TEST(StatusCommand, NewerDatabaseIsRefusedUntouchedWithExitThree) {
     EXPECT_EQ(testing::readFile(file), before);
 }
 
-TEST(StatusCommand, OpeningFailureExitsTwoWithTheAlert) {
+TEST(StatusCommand, OpeningFailureExitsFourWithTheAlert) {
     testing::TempDir home;
     std::filesystem::create_directories(home / "folder.sqlite");
     auto result = runOmbrelo(home.path(), {"--db", (home / "folder.sqlite").string(), "status"}, {"LANG=fr_FR.UTF-8"});
-    EXPECT_EQ(result.status, 2);
+    EXPECT_EQ(result.status, 4);
     EXPECT_NE(result.err.find("Ombrelo ne peut pas ouvrir sa base de données"), std::string::npos);
     EXPECT_NE(result.err.find("Le suivi est désactivé. Détail : "), std::string::npos);
 }

@@ -156,10 +156,11 @@ private:
 };
 
 // The observer side of the Desktop interface, as a list of readable events:
-// "activate <id>", "suspend <why>", "resume <why>".
+// "activate <id>", "nothing", "suspend <why>", "resume <why>".
 class RecordingObserver : public DesktopObserver {
 public:
     void appDidActivate(const FrontApp& app) override { events.push_back("activate " + app.id); }
+    void nothingInFront() override { events.push_back("nothing"); }
     void suspend(const std::string& why) override { events.push_back("suspend " + why); }
     void resume(const std::string& why) override { events.push_back("resume " + why); }
     std::vector<std::string> events;

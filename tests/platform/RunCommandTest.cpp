@@ -87,10 +87,16 @@ protected:
                 "OMBRELO_LOG=info"};
     }
 
-    std::unique_ptr<ChildProcess> startTracker() {
+    std::unique_ptr<ChildProcess> startTracker(const std::vector<std::string>& changes = {}) {
         fs::create_directories(home / "run");
-        return std::make_unique<ChildProcess>(std::vector<std::string>{OMBRELO_BINARY, "run"}, environment(),
+        std::vector<std::string> env = environment();
+        for (const std::string& change : changes) env.insert(env.begin(), change);  // earlier entries win
+        return std::make_unique<ChildProcess>(std::vector<std::string>{OMBRELO_BINARY, "run"}, env,
                                               home / "tracker.log");
+    }
+
+    CommandResult command(const std::vector<std::string>& arguments) {
+        return runOmbrelo(home.path(), arguments, {"OMBRELO_DB=" + database.string()});
     }
 
     // Waits until the rows satisfy `condition`; on failure shows them and the log.
@@ -113,6 +119,21 @@ protected:
     fs::path database = home / "data/ombrelo/test.sqlite";
     PrivateBus systemBus, sessionBus;
 };
+
+std::optional<std::string> sqlText(const fs::path& database, const std::string& sql) {
+    sqlite3* db = nullptr;
+    std::optional<std::string> value;
+    if (sqlite3_open_v2(database.c_str(), &db, SQLITE_OPEN_READONLY, nullptr) == SQLITE_OK) {
+        sqlite3_busy_timeout(db, 2000);
+        sqlite3_stmt* statement = nullptr;
+        if (sqlite3_prepare_v2(db, sql.c_str(), -1, &statement, nullptr) == SQLITE_OK &&
+            sqlite3_step(statement) == SQLITE_ROW && sqlite3_column_text(statement, 0))
+            value = reinterpret_cast<const char*>(sqlite3_column_text(statement, 0));
+        sqlite3_finalize(statement);
+    }
+    sqlite3_close(db);
+    return value;
+}
 
 bool hasRow(const std::vector<Row>& list, const std::string& kind, const std::string& bundleID) {
     return std::any_of(list.begin(), list.end(), [&](const Row& row) { return row.kind == kind && row.bundleID == bundleID; });
@@ -165,7 +186,9 @@ TEST_F(RunCommandTest, RecordsApplicationsPrivateTimeAndIdleUntilStopped) {
     EXPECT_EQ(list[3].kind, "idle");
     EXPECT_EQ(list[3].appName, "Inactif");
     EXPECT_EQ(list[4].bundleID, "other");
-    for (std::size_t i = 1; i < list.size(); ++i) EXPECT_DOUBLE_EQ(list[i].start, list[i - 1].end) << "row " << i;
+    // Contiguous, give or take the instant the window manager leaves the focus
+    // on no window between two.
+    for (std::size_t i = 1; i < list.size(); ++i) EXPECT_NEAR(list[i].start, list[i - 1].end, 0.1) << "row " << i;
     // Stopping closed the last activity when it happened, not at the last sample.
     EXPECT_GE(list[4].end, stoppedAt - 1.0);
 }
@@ -217,12 +240,167 @@ TEST_F(RunCommandTest, AMissingPieceIsNamedAndTheDatabaseLeftAlone) {
     EXPECT_EQ(noSessionBus.status, 2);
     EXPECT_NE(noSessionBus.err.find("no D-Bus session bus"), std::string::npos) << noSessionBus.err;
 
-    CommandResult noSystemBus = attempt({"OMBRELO_SYSTEM_BUS=unix:path=/nonexistent/system_bus_socket"});
-    EXPECT_EQ(noSystemBus.status, 2);
-    EXPECT_NE(noSystemBus.err.find("no D-Bus system bus"), std::string::npos) << noSystemBus.err;
-
     EXPECT_FALSE(fs::exists(database));
     EXPECT_FALSE(fs::exists(home / "data/ombrelo"));
+}
+
+// Failures that retrying cannot mend end with statuses the service does not
+// restart for, and say why in the journal (stderr).
+TEST_F(RunCommandTest, StartUpFailuresThatRetryingCannotMendHaveTheirOwnStatus) {
+    StandInLogind logind(systemBus.address());
+    fs::create_directories(database.parent_path());
+    {
+        sqlite3* db = nullptr;
+        ASSERT_EQ(sqlite3_open(database.c_str(), &db), SQLITE_OK);
+        sqlite3_exec(db, "PRAGMA user_version = 12", nullptr, nullptr, nullptr);
+        sqlite3_close(db);
+    }
+    CommandResult newer = runOmbrelo(home.path(), {"run"}, environment());
+    EXPECT_EQ(newer.status, 3) << newer.err;
+    EXPECT_NE(newer.err.find("newer version"), std::string::npos) << newer.err;
+
+    fs::remove(database);
+    fs::create_directories(database);  // a folder where the file should be
+    CommandResult unopenable = runOmbrelo(home.path(), {"run"}, environment());
+    EXPECT_EQ(unopenable.status, 4) << unopenable.err;
+    EXPECT_NE(unopenable.err.find("cannot open its database"), std::string::npos) << unopenable.err;
+
+    std::string unit = readFile(fs::path(OMBRELO_SOURCE_DIR) / "packaging/ombrelo.service.in");
+    EXPECT_NE(unit.find("RestartPreventExitStatus=1 3 4"), std::string::npos);
+}
+
+// A process frozen without warning (a suspend without delay lock, or SIGSTOP)
+// records nothing for the time it did not run.
+TEST_F(RunCommandTest, AFrozenTrackerDoesNotRecordTheTimeItDidNotRun) {
+    StandInLogind logind(systemBus.address());
+    writeFile(home / "config/ombrelo/settings.json", R"({"language": "en", "idleSeconds": 600})");
+    TestWindow editor(*server, {.instance = "exampleedit", .className = "ExampleEdit", .utf8Title = "Draft"});
+    editor.activate();
+    auto tracker = startTracker({"OMBRELO_SAMPLE_SECONDS=0.2"});
+    // Longer than a second, or closing it would delete it.
+    waitForRows([](const auto& list) { return list.size() == 1 && list[0].end - list[0].start > 1.5; },
+                "a row extended by samples");
+
+    ::kill(tracker->pid(), SIGSTOP);
+    double frozenAt = wallClock();
+    // The frozen stretch itself is the subject: it must outlast a few samples.
+    std::this_thread::sleep_for(2s);
+    double thawedAt = wallClock();
+    ::kill(tracker->pid(), SIGCONT);
+    waitForRows([](const auto& list) { return list.size() == 2 && list[1].end - list[1].start > 1.2; },
+                "a new row after the frozen stretch");
+    EXPECT_EQ(tracker->stop(SIGTERM), 0);
+
+    std::vector<Row> list = rows(database);
+    ASSERT_EQ(list.size(), 2u) << describe(list) << log();
+    EXPECT_LE(list[0].end, frozenAt + 0.05) << describe(list);
+    EXPECT_GE(list[1].start, thawedAt - 0.05) << describe(list);
+    expectActivityInvariants(database);
+}
+
+// logind waits for the tracker's delay lock: the activity is closed before the
+// machine sleeps, and nothing is recorded until it wakes.
+TEST_F(RunCommandTest, SleepWaitsUntilTheActivityIsClosed) {
+    StandInLogind logind(systemBus.address());
+    writeFile(home / "config/ombrelo/settings.json", R"({"language": "en", "idleSeconds": 600})");
+    TestWindow editor(*server, {.instance = "exampleedit", .className = "ExampleEdit", .utf8Title = "Draft"});
+    editor.activate();
+    auto tracker = startTracker({"OMBRELO_SAMPLE_SECONDS=0.2"});
+    waitForRows([](const auto& list) { return list.size() == 1 && list[0].end - list[0].start > 1.5; },
+                "a row longer than a second");
+    ASSERT_TRUE(eventually([&] { return logind.heldSleepDelays() == 1; })) << log();
+
+    double sleepAt = wallClock();
+    logind.prepareForSleep(true);
+    ASSERT_TRUE(eventually([&] { return logind.heldSleepDelays() == 0; })) << log();
+    // Released only once the row was closed: its end is written and stays.
+    std::vector<Row> atRelease = rows(database);
+    ASSERT_EQ(atRelease.size(), 1u);
+    EXPECT_GE(atRelease[0].end, sleepAt - 0.05);
+    ::kill(tracker->pid(), SIGSTOP);  // asleep
+    std::this_thread::sleep_for(1s);
+    ::kill(tracker->pid(), SIGCONT);
+    double wokeAt = wallClock();
+    logind.prepareForSleep(false);
+    waitForRows([](const auto& list) { return list.size() == 2 && list[1].end - list[1].start > 1.2; },
+                "a row after waking");
+    EXPECT_TRUE(eventually([&] { return logind.heldSleepDelays() == 1; })) << "taken again on wake";
+    EXPECT_EQ(tracker->stop(SIGTERM), 0);
+
+    std::vector<Row> list = rows(database);
+    ASSERT_EQ(list.size(), 2u) << describe(list) << log();
+    EXPECT_EQ(list[0].end, atRelease[0].end);
+    EXPECT_GE(list[1].start, wokeAt - 0.05);
+}
+
+// Containers, minimal sessions: no system bus at all is no reason not to track.
+TEST_F(RunCommandTest, WithoutASystemBusItTracksAndSaysWhatIsMissingOnce) {
+    TestWindow editor(*server, {.instance = "exampleedit", .className = "ExampleEdit", .utf8Title = "Draft"});
+    editor.activate();
+    touchInput();
+    auto tracker = startTracker({"OMBRELO_SYSTEM_BUS=unix:path=/nonexistent/system_bus_socket"});
+    waitForRows([](const auto& list) { return list.size() == 1; }, "a row without logind");
+    EXPECT_EQ(tracker->stop(SIGTERM), 0);
+    std::string text = log();
+    std::size_t first = text.find("Sans logind");
+    ASSERT_NE(first, std::string::npos) << text;
+    EXPECT_EQ(text.find("Sans logind", first + 1), std::string::npos) << text;
+}
+
+// `ombrelo work` and `ombrelo stop` cut the activity in progress when they are
+// given, not at the next sample: the part before keeps what it had, the part
+// after follows the new choice.
+TEST_F(RunCommandTest, WorkAndStopCutTheActivityInProgressAtOnce) {
+    StandInLogind logind(systemBus.address());
+    writeFile(home / "config/ombrelo/settings.json", R"({"language": "en", "idleSeconds": 600})");
+    ASSERT_EQ(command({"projects", "add", "Refonte"}).status, 0);
+    TestWindow editor(*server, {.instance = "exampleedit", .className = "ExampleEdit", .utf8Title = "Draft"});
+    editor.activate();
+    auto tracker = startTracker();  // samples every 5 s: a cut sooner comes from the change itself
+    // Each part lasts over a second, or the cut would delete it as noise.
+    waitForRows([](const auto& list) { return list.size() == 1; }, "the first row");
+    std::this_thread::sleep_for(1200ms);
+
+    double workAt = wallClock();
+    ASSERT_EQ(command({"work", "Refonte"}).status, 0);
+    waitForRows([](const auto& list) { return list.size() == 2; }, "a cut when work is given");
+    std::this_thread::sleep_for(1200ms);
+    double stopAt = wallClock();
+    ASSERT_EQ(command({"stop"}).status, 0);
+    waitForRows([](const auto& list) { return list.size() == 3; }, "a cut when stop is given");
+    std::this_thread::sleep_for(1200ms);
+    EXPECT_EQ(tracker->stop(SIGTERM), 0);
+
+    std::vector<Row> list = rows(database);
+    ASSERT_EQ(list.size(), 3u) << describe(list) << log();
+    EXPECT_NEAR(list[1].start, workAt, 1.0);
+    EXPECT_NEAR(list[2].start, stopAt, 1.0);
+    auto claim = [&](int row) {
+        return sqlText(database, "SELECT p.name FROM activity a JOIN assignment s ON s.activity_id = a.id "
+                                 "JOIN project p ON p.id = s.project_id WHERE s.source = 'active' ORDER BY a.start "
+                                 "LIMIT 1 OFFSET " + std::to_string(row));
+    };
+    EXPECT_EQ(claim(0), "Refonte") << "only the middle row is claimed";
+    EXPECT_EQ(claim(1), std::nullopt);
+    EXPECT_EQ(sqlText(database, "SELECT COUNT(*) FROM assignment WHERE activity_id = (SELECT id FROM activity "
+                                "ORDER BY start LIMIT 1 OFFSET 1)"),
+              "1");
+
+    // An archived project stops claiming time at once too.
+    tracker = startTracker();
+    waitForRows([](const auto& list) { return list.size() == 4; }, "a row after restart");
+    std::this_thread::sleep_for(1200ms);
+    ASSERT_EQ(command({"work", "Refonte"}).status, 0);
+    waitForRows([](const auto& list) { return list.size() == 5; }, "a cut when work is given");
+    std::this_thread::sleep_for(1200ms);
+    ASSERT_EQ(command({"projects", "archive", "Refonte"}).status, 0);
+    waitForRows([](const auto& list) { return list.size() == 6; }, "a cut when the project is archived");
+    std::this_thread::sleep_for(1200ms);
+    EXPECT_EQ(tracker->stop(SIGTERM), 0);
+    EXPECT_EQ(sqlText(database, "SELECT COUNT(*) FROM assignment WHERE activity_id = (SELECT id FROM activity "
+                                "ORDER BY start DESC LIMIT 1)"),
+              "0");
+    expectActivityInvariants(database);
 }
 
 } // namespace

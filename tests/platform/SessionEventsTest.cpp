@@ -77,6 +77,47 @@ TEST_F(SessionEventsTest, SleepLockAndSessionSwitchSuspendAndResume) {
                   "resume session"});
 }
 
+// logind waits for the delay lock before suspending: it is released only once
+// the observer has closed the activity, and taken again on wake.
+TEST_F(SessionEventsTest, TheSleepDelayLockIsReleasedOnlyAfterTheSuspension) {
+    StandInLogind logind(systemBus.address());
+    auto desktop = makeDesktop();
+    ASSERT_EQ(logind.heldSleepDelays(), 1);
+
+    struct Observer : RecordingObserver {
+        StandInLogind* logind = nullptr;
+        int heldWhenSuspended = -1;
+        void suspend(const std::string& why) override {
+            heldWhenSuspended = logind->heldSleepDelays();
+            RecordingObserver::suspend(why);
+        }
+    } observer;
+    observer.logind = &logind;
+    desktop->subscribe(&observer);
+
+    logind.prepareForSleep(true);
+    expectEvents(*desktop, observer, {"suspend sleep"});
+    EXPECT_EQ(observer.heldWhenSuspended, 1);
+    EXPECT_EQ(logind.heldSleepDelays(), 0);
+
+    logind.prepareForSleep(false);
+    expectEvents(*desktop, observer, {"suspend sleep", "resume wake"});
+    EXPECT_EQ(logind.heldSleepDelays(), 1);
+}
+
+// No logind at all (a container, a session without systemd): the screen
+// saver's signal on the session bus stands for the lock.
+TEST_F(SessionEventsTest, WithoutLogindTheScreenSaverStandsForTheLock) {
+    options.systemBus.reset();
+    auto desktop = makeDesktop();
+    testing::StandInScreenSaver screenSaver(sessionBus.address());
+    RecordingObserver observer;
+    desktop->subscribe(&observer);
+    screenSaver.setActive(true);
+    screenSaver.setActive(false);
+    expectEvents(*desktop, observer, {"suspend locked", "resume unlocked"});
+}
+
 TEST_F(SessionEventsTest, OverlappingCausesResumeOnlyWhenAllHaveEnded) {
     StandInLogind logind(systemBus.address());
     auto desktop = makeDesktop();
@@ -172,8 +213,8 @@ TEST_F(SessionEventsTest, MissingBusesAreNamedAndALostBusIsSurvived) {
     };
     EXPECT_EQ(missing([](DesktopOptions& o) { o.sessionBus = "unix:path=/nonexistent/bus"; }),
               DesktopUnavailable::Piece::sessionBus);
-    EXPECT_EQ(missing([](DesktopOptions& o) { o.systemBus = "unix:path=/nonexistent/bus"; }),
-              DesktopUnavailable::Piece::systemBus);
+    // Without a system bus the tracker still tracks (see below).
+    EXPECT_EQ(missing([](DesktopOptions& o) { o.systemBus = "unix:path=/nonexistent/bus"; }), std::nullopt);
 
     auto gone = std::make_unique<PrivateBus>();
     options.systemBus = gone->address();

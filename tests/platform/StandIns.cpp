@@ -1,7 +1,11 @@
 #include "platform/StandIns.h"
 
+#include <cerrno>
+#include <fcntl.h>
 #include <memory>
+#include <poll.h>
 #include <stdexcept>
+#include <unistd.h>
 #include <systemd/sd-bus.h>
 
 namespace ombrelo::testing {
@@ -48,6 +52,23 @@ int listInhibitors(sd_bus_message* call, void* userdata, sd_bus_error*) {
     return r;
 }
 
+// A delay lock is a pipe: the caller gets the write end, logind watches the
+// read end, which hangs up once every copy of the write end is closed.
+int inhibit(sd_bus_message* call, void* userdata, sd_bus_error*) {
+    auto& logind = self<StandInLogind>(userdata);
+    const char *what = nullptr, *who = nullptr, *why = nullptr, *mode = nullptr;
+    if (sd_bus_message_read(call, "ssss", &what, &who, &why, &mode) < 0) return -EINVAL;
+    int fds[2];
+    if (::pipe2(fds, O_CLOEXEC) != 0) return -errno;
+    {
+        std::lock_guard lock(logind.mutex);
+        logind.delayLocks.push_back({std::string(what) + ":" + mode, fds[0]});
+    }
+    int r = sd_bus_reply_method_return(call, "h", fds[1]);  // sent as a copy
+    ::close(fds[1]);
+    return r;
+}
+
 int sessionProperty(sd_bus*, const char*, const char*, const char* property, sd_bus_message* reply, void* userdata,
                     sd_bus_error*) {
     auto& logind = self<StandInLogind>(userdata);
@@ -62,6 +83,7 @@ const sd_bus_vtable managerTable[] = {
     SD_BUS_METHOD("GetSessionByPID", "u", "o", noSession, SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_METHOD("GetUser", "u", "o", noSession, SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_METHOD("ListInhibitors", "", "a(ssssuu)", listInhibitors, SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD("Inhibit", "ssss", "h", inhibit, SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_SIGNAL("PrepareForSleep", "b", 0),
     SD_BUS_VTABLE_END};
 
@@ -172,6 +194,26 @@ StandInLogind::~StandInLogind() {
     service_.run([this](sd_bus*) {
         sd_bus_slot_unref(manager_);
         sd_bus_slot_unref(session_);
+    });
+    for (const DelayLock& lock : delayLocks) ::close(lock.readEnd);
+}
+
+int StandInLogind::heldSleepDelays() {
+    std::lock_guard guard(mutex);
+    int held = 0;
+    for (const DelayLock& lock : delayLocks) {
+        pollfd watch{lock.readEnd, POLLIN, 0};
+        bool hungUp = ::poll(&watch, 1, 0) > 0 && (watch.revents & (POLLHUP | POLLERR));
+        held += lock.what == "sleep:delay" && !hungUp;
+    }
+    return held;
+}
+
+void StandInScreenSaver::setActive(bool active) {
+    service_.run([active](sd_bus* bus) {
+        check(sd_bus_emit_signal(bus, "/org/freedesktop/ScreenSaver", "org.freedesktop.ScreenSaver", "ActiveChanged",
+                                 "b", int(active)),
+              "ActiveChanged");
     });
 }
 

@@ -38,11 +38,18 @@ public:
     void setActive(bool active);
     void setLockedHint(bool locked);
     void setInhibitors(std::vector<Inhibitor> inhibitors);
+    // Delay locks on sleep taken through Inhibit and not released yet.
+    int heldSleepDelays();
 
     // Served from the service thread; public for the C callbacks.
     std::mutex mutex;
     bool active, lockedHint;
     std::vector<Inhibitor> inhibitors;
+    struct DelayLock {
+        std::string what;  // "sleep:delay"
+        int readEnd;
+    };
+    std::vector<DelayLock> delayLocks;
 
 private:
     ServiceThread service_;
@@ -65,6 +72,17 @@ public:
 private:
     ServiceThread service_;
     sd_bus_slot* slot_ = nullptr;
+};
+
+// A screen saver that only announces ActiveChanged, as the lock of sessions
+// without logind.
+class StandInScreenSaver {
+public:
+    explicit StandInScreenSaver(const std::string& busAddress) : service_(busAddress) {}
+    void setActive(bool active);
+
+private:
+    ServiceThread service_;
 };
 
 // org.gnome.SessionManager with inhibitors, and org.gnome.Mutter.IdleMonitor.

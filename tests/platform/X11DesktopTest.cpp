@@ -102,6 +102,18 @@ TEST_F(X11DesktopTest, ReportsEachActivationOnceWhenItHappens) {
     pump();
     EXPECT_EQ(observer.events, (std::vector<std::string>{"activate second", "activate first"}));
 
+    // The focus goes to a panel, then to nothing: no application is in front.
+    TestWindow dock(*server, {.instance = "panel", .className = "Panel", .dock = true});
+    server->announceActive(dock.id());
+    ASSERT_TRUE(seen("nothing"));
+    second.activate();
+    ASSERT_TRUE(seen("activate second"));
+    server->announceActive(0);
+    ASSERT_TRUE(seen("nothing"));
+    first.activate();
+    ASSERT_TRUE(seen("activate first"));
+    observer.events = {"activate second", "activate first"};
+
     desktop->subscribe(nullptr);
     second.activate();
     std::this_thread::sleep_for(100ms);

@@ -1,7 +1,7 @@
 // ombrelo work PROJECT [--note TEXT], ombrelo stop, ombrelo active: the project
 // in progress, which takes the time being recorded until it is stopped or the
-// day ends. The change goes through the shared settings, so a running tracker
-// picks it up at its next sample.
+// day ends. The change goes through the shared settings, which a running
+// tracker watches: it cuts the activity in progress at once.
 #include "app/Commands.h"
 #include "app/Output.h"
 #include "app/Session.h"

@@ -2,7 +2,7 @@
 #include "app/Commands.h"
 #include "app/Output.h"
 #include "app/Session.h"
-#include "app/commands/ActiveProjectHook.h"
+#include "app/ProjectInProgress.h"
 #include "app/commands/ClassifyArguments.h"
 #include "capture/ActivityTracker.h"
 #include "capture/Replay.h"
@@ -34,12 +34,15 @@ void replayFile(Session& session, const std::string& file) {
         Catalog catalog = openCatalog(session);
         // The active project as the session's own settings and clock see it.
         std::optional<ProjectStore> projects;
+        std::optional<ReplayedClaims> claims;
         auto claimForActiveProject = [&](ActivityTracker& tracker, Preferences& settings, Clock& clock) {
             projects.emplace(session.database(), settings, clock);
-            tracker.onRecorded = activeProjectHook(catalog, *projects, session.database());
+            claims.emplace(catalog, *projects);
+            tracker.onRecorded = [&](const Activity& activity) { claims->recorded(activity); };
         };
+        auto writeClaims = [&](const std::vector<ActivityBuffer::Written>& rows) { claims->write(rows); };
         Replay::Outcome outcome =
-            Replay::run(events, session.activities(), session.preferences(), claimForActiveProject);
+            Replay::run(events, session.activities(), session.preferences(), claimForActiveProject, writeClaims);
         output::line(writtenText(outcome.written));
     } catch (const ReplayError& error) {
         throw CommandFailure(exitStatus::failure, error.what());

@@ -1,13 +1,16 @@
 // ombrelo run: the long-running tracker. One thread, one event loop: the X11
 // connection and both buses are watched on it, the 5-second sample is a timer on
-// it, and SIGINT/SIGTERM end it after closing the current activity, so the last
-// row ends at the moment the tracker stopped.
+// it, the settings file and the database are watched on it (another process's
+// change of the project in progress, the pause, a project or a rule reaches the
+// tracker at once), and SIGINT/SIGTERM end it after closing the current activity,
+// so the last row ends at the moment the tracker stopped.
 #include "app/Commands.h"
 #include "app/Session.h"
-#include "app/commands/ActiveProjectHook.h"
+#include "app/ProjectInProgress.h"
 #include "billing/ProjectStore.h"
 #include "capture/ActivityTracker.h"
 #include "classify/Catalog.h"
+#include "platform/linux/FolderWatch.h"
 #include "platform/linux/X11Desktop.h"
 #include "support/L10n.h"
 #include "support/Log.h"
@@ -15,6 +18,8 @@
 #include <asio.hpp>
 #include <chrono>
 #include <csignal>
+#include <cstdlib>
+#include <filesystem>
 #include <functional>
 
 namespace ombrelo::commands {
@@ -33,19 +38,31 @@ std::string missingPiece(const DesktopUnavailable& error) {
     case DesktopUnavailable::Piece::sessionBus:
         text = L10n::text("Suivi impossible : pas de bus de session D-Bus.", "Cannot track: no D-Bus session bus.");
         break;
-    case DesktopUnavailable::Piece::systemBus:
-        text = L10n::text("Suivi impossible : pas de bus système D-Bus (logind).",
-                          "Cannot track: no D-Bus system bus (logind).");
-        break;
     }
     return std::string(text) + std::string(L10n::text(" Détail : ", " Detail: ")) + error.what();
+}
+
+// $OMBRELO_SAMPLE_SECONDS, for tests that cannot wait five seconds a sample.
+double sampleInterval() {
+    const char* text = std::getenv("OMBRELO_SAMPLE_SECONDS");
+    if (!text || !*text) return ActivityTracker::defaultSampleInterval;
+    char* end = nullptr;
+    double seconds = std::strtod(text, &end);
+    if (*end != '\0' || !(seconds >= 0.05 && seconds <= 60))
+        throw CommandFailure(exitStatus::usage,
+                             std::string("OMBRELO_SAMPLE_SECONDS: ") + text +
+                                 std::string(L10n::text(" (de 0,05 à 60 secondes)", " (0.05 to 60 seconds)")));
+    return seconds;
 }
 
 // Samples every interval on a fixed schedule; after a stall (the machine was
 // asleep) the schedule starts again from now rather than catching up.
 class Sampler {
 public:
-    Sampler(asio::io_context& io, std::function<void()> sample) : timer_(io), sample_(std::move(sample)) {}
+    Sampler(asio::io_context& io, double seconds, std::function<void()> sample)
+        : timer_(io), sample_(std::move(sample)),
+          interval(std::chrono::duration_cast<std::chrono::steady_clock::duration>(
+              std::chrono::duration<double>(seconds))) {}
 
     void start() {
         next_ = std::chrono::steady_clock::now() + interval;
@@ -53,8 +70,6 @@ public:
     }
 
 private:
-    static constexpr auto interval =
-        std::chrono::milliseconds(static_cast<long>(ActivityTracker::sampleInterval * 1000));
 
     void arm() {
         timer_.expires_at(next_);
@@ -70,12 +85,18 @@ private:
 
     asio::steady_timer timer_;
     std::function<void()> sample_;
+    const std::chrono::steady_clock::duration interval;
     std::chrono::steady_clock::time_point next_;
 };
+
+// The tracker's connection waits this long for another process's write lock; a
+// write that still cannot go through is tried again at the next sample.
+constexpr int trackerBusyTimeoutMilliseconds = 250;
 
 void track(Session& session) {
     Log::setDefaultLevel(spdlog::level::info);
     auto log = Log::get("capture");
+    double interval = sampleInterval();
     // Declared first so that it outlives everything watched on it.
     asio::io_context io;
     // Taken over at once: a stop during start-up still closes the activity.
@@ -93,25 +114,38 @@ void track(Session& session) {
     log->info("Bureau : {}", desktop->describeSources());
 
     ActivityStore& store = session.activities();
-    Catalog catalog(session.database());
-    ProjectStore projects(session.database(), session.preferences(), session.clock());
+    Database& db = session.database();
+    Catalog catalog(db);
+    ProjectStore projects(db, session.preferences(), session.clock());
+    db.setBusyTimeout(trackerBusyTimeoutMilliseconds);
     ActivityTracker tracker(&store, *desktop, session.clock(), session.preferences());
-    tracker.onRecorded = activeProjectHook(catalog, projects, session.database());
+    tracker.setSampleInterval(interval);
+    ProjectInProgress inProgress(tracker, catalog, projects, db);
 
     desktop->attach(io);
     tracker.start();
     desktop->dispatchPending();
-    Sampler sampler(io, [&] {
+    Sampler sampler(io, interval, [&] {
         tracker.tick();
+        inProgress.takeInChanges();
         // The sample's requests may have queued events the descriptors no
         // longer announce.
         desktop->dispatchPending();
     });
     sampler.start();
 
+    const std::filesystem::path& settings = session.preferences().path();
+    platform::FolderWatch settingsWatch(io, settings.parent_path(), {settings.filename().string()}, [&] {
+        tracker.takeInSettings();
+        inProgress.takeInChanges();
+    });
+    std::string databaseName = db.path().filename().string();
+    platform::FolderWatch databaseWatch(io, db.path().parent_path(), {databaseName, databaseName + "-wal"},
+                                        [&] { inProgress.takeInChanges(); });
+
     stop.async_wait([&](std::error_code error, int signal) {
         if (error) return;
-        tracker.close(session.clock().now());
+        tracker.quit();
         log->info("Suivi arrêté (signal {})", signal);
         io.stop();
     });

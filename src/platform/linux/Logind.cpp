@@ -3,6 +3,7 @@
 #include "support/Log.h"
 
 #include <cstring>
+#include <fcntl.h>
 #include <systemd/sd-bus.h>
 #include <unistd.h>
 
@@ -39,21 +40,15 @@ struct Logind::Signals {
 };
 
 Logind::Logind(Bus& bus, const std::optional<std::string>& sessionID) : bus_(bus) {
-    auto log = Log::get("capture");
-    if (!bus_.hasOwner(service)) {
-        log->warn("logind absent du bus système : veille, verrouillage et changement de session ne sont pas suivis");
-        return;
-    }
+    if (!bus_.hasOwner(service)) return;
     sd_bus_slot* slot = nullptr;
     if (sd_bus_match_signal(bus_.get(), &slot, service, managerPath, managerInterface, "PrepareForSleep",
                             &Signals::sleep, this) >= 0)
         sleepMatch_.reset(slot);
+    takeSleepDelay();
 
     auto path = findSession(sessionID);
-    if (!path) {
-        log->warn("Session logind introuvable : verrouillage et changement de session ne sont pas suivis");
-        return;
-    }
+    if (!path) return;
     sessionPath_ = *path;
     const char* session = sessionPath_.c_str();
     if (sd_bus_match_signal(bus_.get(), &slot, service, session, sessionInterface, "Lock", &Signals::lock,
@@ -69,7 +64,26 @@ Logind::Logind(Bus& bus, const std::optional<std::string>& sessionID) : bus_(bus
     state_ = readSessionState();
 }
 
-Logind::~Logind() = default;
+Logind::~Logind() { releaseSleepDelay(); }
+
+void Logind::takeSleepDelay() {
+    if (sleepDelay_ >= 0) return;
+    try {
+        Message reply = bus_.call(service, managerPath, managerInterface, "Inhibit", "ssss", "sleep", "Ombrelo",
+                                  "Enregistre la fin de l'activité en cours avant la veille", "delay");
+        int fd = -1;
+        if (sd_bus_message_read(reply.get(), "h", &fd) >= 0 && fd >= 0)
+            sleepDelay_ = ::fcntl(fd, F_DUPFD_CLOEXEC, 3);  // the message owns its copy
+    } catch (const BusError& error) {
+        Log::get("capture")->warn("Verrou de veille refusé : {}", error.what());
+    }
+}
+
+void Logind::releaseSleepDelay() {
+    if (sleepDelay_ < 0) return;
+    ::close(sleepDelay_);
+    sleepDelay_ = -1;
+}
 
 std::optional<std::string> Logind::findSession(const std::optional<std::string>& sessionID) {
     auto objectPath = [](const Message& reply) -> std::optional<std::string> {
@@ -137,9 +151,13 @@ void Logind::apply(Event event, State next) {
 int Logind::Signals::sleep(sd_bus_message* message, void* self, sd_bus_error*) {
     int sleeping = 0;
     if (sd_bus_message_read(message, "b", &sleeping) < 0) return 0;
-    State next = owner(self).state_;
+    Logind& logind = owner(self);
+    State next = logind.state_;
     next.sleeping = sleeping;
-    owner(self).apply(sleeping ? Event::sleep : Event::wake, next);
+    logind.apply(sleeping ? Event::sleep : Event::wake, next);
+    // Only now, with the activity closed, may the machine go to sleep.
+    if (sleeping) logind.releaseSleepDelay();
+    else logind.takeSleepDelay();
     return 0;
 }
 

@@ -5,8 +5,13 @@
 //
 // It follows the manager's PrepareForSleep signal, the session's Lock and
 // Unlock signals and its Active and LockedHint properties, and reports each
-// change through `onChange`. Without logind on the bus it says so once and
-// reports nothing.
+// change through `onChange`. Without logind on the bus it reports nothing
+// (present() says so; the desktop back-end warns).
+//
+// While awake it holds a "sleep" delay lock: logind then waits for it before
+// suspending, so the process is not frozen before it heard PrepareForSleep. The
+// lock is released only after `onChange` has run for the sleep (the current
+// activity is closed by then) and taken again on wake.
 //
 // Owned by the desktop back-end with the bus; main loop thread only.
 #pragma once
@@ -40,7 +45,12 @@ public:
     Logind(const Logind&) = delete;
     Logind& operator=(const Logind&) = delete;
 
+    // The manager answers on the bus (sleep is followed).
+    bool present() const { return sleepMatch_ != nullptr; }
+    // The session was found too (lock and switching are followed).
     bool available() const { return !sessionPath_.empty(); }
+    // A sleep delay lock is held now.
+    bool holdsSleepDelay() const { return sleepDelay_ >= 0; }
     const std::string& sessionPath() const { return sessionPath_; }
     const State& state() const { return state_; }
 
@@ -58,10 +68,13 @@ private:
     // The session's Active and LockedHint as logind reports them now.
     State readSessionState() const;
     void apply(Event event, State next);
+    void takeSleepDelay();
+    void releaseSleepDelay();
 
     Bus& bus_;
     std::string sessionPath_;
     State state_;
+    int sleepDelay_ = -1;  // the inhibitor's descriptor; closing it releases the lock
     Slot sleepMatch_, lockMatch_, unlockMatch_, propertiesMatch_;
 };
 

@@ -87,3 +87,24 @@ std::optional<std::uint64_t> SessionServices::idleMilliseconds() {
 }
 
 } // namespace ombrelo::platform
+
+namespace ombrelo::platform {
+
+void SessionServices::watchScreenSaver(std::function<void(bool active)> changed) {
+    screenSaverChanged_ = std::move(changed);
+    auto handler = [](sd_bus_message* message, void* self, sd_bus_error*) -> int {
+        int active = 0;
+        auto& services = *static_cast<SessionServices*>(self);
+        if (sd_bus_message_read(message, "b", &active) >= 0 && services.screenSaverChanged_)
+            services.screenSaverChanged_(active != 0);
+        return 0;
+    };
+    for (const char* interface : {"org.freedesktop.ScreenSaver", "org.gnome.ScreenSaver", "org.mate.ScreenSaver",
+                                  "org.cinnamon.ScreenSaver", "org.xfce.ScreenSaver"}) {
+        sd_bus_slot* slot = nullptr;
+        if (sd_bus_match_signal(bus_.get(), &slot, nullptr, nullptr, interface, "ActiveChanged", handler, this) >= 0)
+            screenSaverMatches_.emplace_back(slot);
+    }
+}
+
+} // namespace ombrelo::platform

@@ -1,7 +1,9 @@
 // SessionServices: what the desktop session offers on the session bus beyond
 // X11: the session manager's inhibitors (GNOME: applications keeping the display
-// awake) and idle time where X11 cannot see all input (Wayland: Mutter's idle
-// monitor on GNOME, the ScreenSaver interface's session idle time on Plasma).
+// awake), idle time where X11 cannot see all input (Wayland: Mutter's idle
+// monitor on GNOME, the ScreenSaver interface's session idle time on Plasma),
+// and the screen saver's ActiveChanged signal, which stands for the lock where
+// logind cannot tell it.
 //
 // Each service is asked only while its name is on the bus, checked again now and
 // then, so a desktop without it costs one call a minute.
@@ -12,7 +14,9 @@
 #include "platform/linux/Bus.h"
 
 #include <chrono>
+#include <functional>
 #include <optional>
+#include <vector>
 #include <set>
 #include <string>
 
@@ -32,6 +36,10 @@ public:
     // Which service answered idleMilliseconds last, for the start-up log.
     std::string idleSource() const { return idleSource_; }
 
+    // Follows the screen savers' ActiveChanged signal (freedesktop, GNOME,
+    // MATE, Cinnamon, Xfce), calling `changed` with its value.
+    void watchScreenSaver(std::function<void(bool active)> changed);
+
 private:
     struct Presence {
         bool present = false;
@@ -42,6 +50,8 @@ private:
     Bus& bus_;
     Presence sessionManager_, mutter_, screenSaver_;
     std::string idleSource_;
+    std::function<void(bool)> screenSaverChanged_;
+    std::vector<Slot> screenSaverMatches_;
 };
 
 } // namespace ombrelo::platform

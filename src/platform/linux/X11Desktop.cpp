@@ -99,7 +99,7 @@ DesktopOptions DesktopOptions::fromEnvironment() {
     options.locale = nameLocale(L10n::language());
     options.wayland = environment("XDG_SESSION_TYPE") == "wayland";
     options.home = environment("HOME");
-    options.requireBuses = true;
+    options.requireSessionBus = true;
     return options;
 }
 
@@ -132,6 +132,7 @@ struct X11Desktop::Parts {
     std::optional<WindowID> frontWindow;
     std::optional<FrontApp> frontApp;
     bool nativeWaylandFront = false;
+    bool screenSaverActive = false;  // followed only without logind
     bool suspended = false;
 
     // Last, so that they go first: they refer to the connections above.
@@ -149,11 +150,9 @@ X11Desktop::X11Desktop(const DesktopOptions& options, const Preferences& prefere
     if (!parts.display.hasIdleExtension())
         log->warn("Extension MIT-SCREEN-SAVER absente : le temps d'inactivité n'est pas mesuré");
 
-    if (options.requireBuses && !options.sessionBus)
+    if (options.requireSessionBus && !options.sessionBus)
         throw DesktopUnavailable(DesktopUnavailable::Piece::sessionBus,
                                  "DBUS_SESSION_BUS_ADDRESS is unset and $XDG_RUNTIME_DIR/bus does not exist");
-    if (options.requireBuses && !options.systemBus)
-        throw DesktopUnavailable(DesktopUnavailable::Piece::systemBus, "no system bus address");
     if (options.sessionBus) {
         try {
             parts.sessionBus = std::make_unique<Bus>(*options.sessionBus, "session bus");
@@ -162,17 +161,7 @@ X11Desktop::X11Desktop(const DesktopOptions& options, const Preferences& prefere
         }
         parts.session = std::make_unique<SessionServices>(*parts.sessionBus);
     }
-    if (options.systemBus) {
-        try {
-            parts.systemBus = std::make_unique<Bus>(*options.systemBus, "system bus");
-        } catch (const BusError& error) {
-            throw DesktopUnavailable(DesktopUnavailable::Piece::systemBus, error.what());
-        }
-        parts.logind = std::make_unique<Logind>(*parts.systemBus, options.sessionID);
-        parts.logind->onChange = [this](Logind::Event event, const Logind::State&) {
-            updateSuspension(reasonFor(event));
-        };
-    }
+    connectSystemBus(options);
     parts.notifier = std::make_unique<Notifier>(parts.sessionBus.get());
 
     parts.display.watchRoot();
@@ -188,6 +177,39 @@ X11Desktop::X11Desktop(const DesktopOptions& options, const Preferences& prefere
 }
 
 X11Desktop::~X11Desktop() = default;
+
+void X11Desktop::connectSystemBus(const DesktopOptions& options) {
+    Parts& parts = *parts_;
+    if (!options.systemBus) {
+        followLockWithoutLogind("pas de bus système");
+        return;
+    }
+    try {
+        parts.systemBus = std::make_unique<Bus>(*options.systemBus, "system bus");
+    } catch (const BusError& error) {
+        followLockWithoutLogind(std::string("bus système injoignable (") + error.what() + ")");
+        return;
+    }
+    parts.logind = std::make_unique<Logind>(*parts.systemBus, options.sessionID);
+    parts.logind->onChange = [this](Logind::Event event, const Logind::State&) {
+        updateSuspension(reasonFor(event));
+    };
+    if (!parts.logind->present()) followLockWithoutLogind("logind absent du bus système");
+    else if (!parts.logind->available()) followLockWithoutLogind("session logind introuvable");
+}
+
+void X11Desktop::followLockWithoutLogind(const std::string& missing) {
+    Parts& parts = *parts_;
+    bool sleepFollowed = parts.logind && parts.logind->present();
+    Log::get("capture")->warn("Sans logind ({}) : {}le verrouillage est suivi par le signal de l'économiseur d'écran{}",
+                              missing, sleepFollowed ? "" : "la veille est repérée au temps sans échantillon, ",
+                              parts.session ? "" : " (indisponible sans bus de session)");
+    if (!parts.session) return;
+    parts.session->watchScreenSaver([this](bool active) {
+        parts_->screenSaverActive = active;
+        updateSuspension(active ? reason::locked : reason::unlocked);
+    });
+}
 
 // ---- What is in front ----------------------------------------------------------
 
@@ -273,17 +295,17 @@ void X11Desktop::subscribe(DesktopObserver* observer) {
     if (observer_ && parts_->suspended) {
         // The reason the state holds now; "sleep" cannot be current at start.
         const Logind::State* state = parts_->logind ? &parts_->logind->state() : nullptr;
-        const char* why = state && state->locked    ? reason::locked
-                          : state && !state->active ? reason::sessionInactive
-                          : state && state->sleeping ? reason::sleep
-                                                     : waylandWindow;
+        const char* why = (state && state->locked) || parts_->screenSaverActive ? reason::locked
+                          : state && !state->active                        ? reason::sessionInactive
+                          : state && state->sleeping                       ? reason::sleep
+                                                                           : waylandWindow;
         observer_->suspend(why);
     }
 }
 
 void X11Desktop::updateSuspension(const std::string& why) {
     Parts& parts = *parts_;
-    bool suspended = parts.nativeWaylandFront;
+    bool suspended = parts.nativeWaylandFront || parts.screenSaverActive;
     if (parts.logind) {
         const Logind::State& state = parts.logind->state();
         suspended |= state.sleeping || state.locked || !state.active;
@@ -307,6 +329,7 @@ void X11Desktop::activeWindowMayHaveChanged() {
     }
     if (parts.suspended || !observer_) return;
     if (std::optional<FrontApp> app = frontmostApp()) observer_->appDidActivate(*app);
+    else observer_->nothingInFront();
 }
 
 // ---- Event loop -------------------------------------------------------------------
@@ -360,6 +383,7 @@ std::string X11Desktop::describeSources() const {
                                                : "non mesurée";
     text += "; logind : ";
     text += parts.logind && parts.logind->available() ? parts.logind->sessionPath() : "absent";
+    if (parts.logind && parts.logind->holdsSleepDelay()) text += " (verrou de veille)";
     text += "; applications connues : " + std::to_string(parts.entries.size());
     return text;
 }

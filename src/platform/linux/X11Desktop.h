@@ -4,6 +4,11 @@
 // session switches; logind and the session manager give the applications
 // keeping the display awake; .desktop files and /proc name applications.
 //
+// Without logind (containers, minimal sessions, systems without systemd, or no
+// system bus at all) it still tracks: the tracker notices sleep from the time
+// no sample ran, and the screen saver's signal on the session bus stands for
+// the lock. One warning says what is missing.
+//
 // Under Wayland only XWayland windows are visible: while a native Wayland
 // window is in front, capture is suspended (reason "wayland") rather than
 // credited to the last X window, and idle time comes from the compositor when
@@ -39,31 +44,33 @@ class Notifier;
 // A piece the tracker cannot work without is missing.
 class DesktopUnavailable : public std::runtime_error {
 public:
-    enum class Piece { display, sessionBus, systemBus };
+    enum class Piece { display, sessionBus };
     DesktopUnavailable(Piece missing, const std::string& detail) : std::runtime_error(detail), piece(missing) {}
     const Piece piece;
 };
 
 struct DesktopOptions {
     std::string display;                    // empty: $DISPLAY
-    std::optional<std::string> systemBus;   // D-Bus addresses; absent: not used
+    std::optional<std::string> systemBus;   // D-Bus addresses; absent: not used (a missing
+                                            // system bus is no reason not to track)
     std::optional<std::string> sessionBus;
     std::optional<std::string> sessionID;   // logind session ($XDG_SESSION_ID)
     std::vector<std::filesystem::path> applicationFolders;
     std::string locale;                     // for application names
     bool wayland = false;                   // $XDG_SESSION_TYPE is "wayland"
     std::filesystem::path home;             // for "~" in titles
-    bool requireBuses = false;              // a bus the environment does not name is missing
+    bool requireSessionBus = false;         // a session bus the environment does not name is missing
 
-    // Everything from the environment, as `ombrelo run` uses it: both buses
-    // are required.
+    // Everything from the environment, as `ombrelo run` uses it: the session
+    // bus is required.
     static DesktopOptions fromEnvironment();
 };
 
 class X11Desktop final : public Desktop {
 public:
     // Connects to the display and to the buses the options name. Throws
-    // DesktopUnavailable naming the first piece that failed.
+    // DesktopUnavailable naming the first piece that failed; a system bus that
+    // does not answer is only warned about.
     X11Desktop(const DesktopOptions& options, const Preferences& preferences);
     ~X11Desktop() override;
     X11Desktop(const X11Desktop&) = delete;
@@ -97,6 +104,10 @@ private:
     struct Parts;
     void activeWindowMayHaveChanged();
     void updateSuspension(const std::string& why);
+    void connectSystemBus(const DesktopOptions& options);
+    // Says once what cannot be followed without logind, and falls back to the
+    // screen saver's signal for the lock.
+    void followLockWithoutLogind(const std::string& missing);
 
     std::unique_ptr<Parts> parts_;
     const Preferences& preferences_;
