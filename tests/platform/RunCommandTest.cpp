@@ -61,8 +61,7 @@ double wallClock() {
 class RunCommandTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        server = XServer::shared();
-        if (!server) GTEST_SKIP() << "Xvfb cannot start here: " << XServer::whyUnavailable();
+        OMBRELO_REQUIRE_X(server);
         writeFile(home / "share/applications/org.example.Editor.desktop",
                   "[Desktop Entry]\nType=Application\nName=Editor\nExec=example-edit\nStartupWMClass=ExampleEdit\n");
         writeFile(home / "share/applications/org.example.Secret.desktop",
@@ -331,6 +330,32 @@ TEST_F(RunCommandTest, SleepWaitsUntilTheActivityIsClosed) {
     ASSERT_EQ(list.size(), 2u) << describe(list) << log();
     EXPECT_EQ(list[0].end, atRelease[0].end);
     EXPECT_GE(list[1].start, wokeAt - 0.05);
+}
+
+// Two trackers on one file would record the same minutes twice.
+TEST_F(RunCommandTest, OneTrackerPerDatabaseAndStatusSaysWhichProcess) {
+    StandInLogind logind(systemBus.address());
+    TestWindow editor(*server, {.instance = "exampleedit", .className = "ExampleEdit", .utf8Title = "Draft"});
+    editor.activate();
+    auto idleStatus = command({"status", "--json"});
+    ASSERT_EQ(idleStatus.status, 0) << idleStatus.err;
+    EXPECT_NE(idleStatus.out.find("\"tracker_running\": false"), std::string::npos) << idleStatus.out;
+
+    auto tracker = startTracker();
+    waitForRows([](const auto& list) { return list.size() == 1; }, "the first row");
+    CommandResult second = runOmbrelo(home.path(), {"run"}, environment());
+    EXPECT_EQ(second.status, 2);
+    EXPECT_NE(second.err.find("Already tracking this database (process " + std::to_string(tracker->pid()) + ")"),
+              std::string::npos)
+        << second.err;
+    auto running = command({"status", "--json"});
+    EXPECT_NE(running.out.find("\"tracker_pid\": " + std::to_string(tracker->pid())), std::string::npos)
+        << running.out;
+
+    // The lock dies with its holder, however it ends.
+    EXPECT_EQ(tracker->stop(SIGKILL), -1);
+    EXPECT_NE(command({"status", "--json"}).out.find("\"tracker_running\": false"), std::string::npos);
+    EXPECT_EQ(rows(database).size(), 1u);
 }
 
 // Containers, minimal sessions: no system bus at all is no reason not to track.

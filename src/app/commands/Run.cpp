@@ -7,6 +7,7 @@
 #include "app/Commands.h"
 #include "app/Session.h"
 #include "app/ProjectInProgress.h"
+#include "app/TrackerLock.h"
 #include "billing/ProjectStore.h"
 #include "capture/ActivityTracker.h"
 #include "classify/Catalog.h"
@@ -16,6 +17,7 @@
 #include "support/Log.h"
 
 #include <asio.hpp>
+#include <fmt/format.h>
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
@@ -112,6 +114,18 @@ void track(Session& session) {
         throw CommandFailure(exitStatus::failure, missingPiece(error));
     }
     log->info("Bureau : {}", desktop->describeSources());
+
+    std::optional<TrackerLock> onlyTracker = TrackerLock::acquire(session.databasePath());
+    if (!onlyTracker) {
+        std::optional<int> holder = TrackerLock::holder(session.databasePath());
+        throw CommandFailure(exitStatus::failure,
+                             fmt::format("{}{}{}", L10n::text("Suivi déjà en cours pour cette base (processus ",
+                                                              "Already tracking this database (process "),
+                                         holder.value_or(0),
+                                         L10n::text(") : un seul suivi à la fois, sinon le même temps compterait "
+                                                    "deux fois.",
+                                                    "): one tracker at a time, or the same time would count twice.")));
+    }
 
     ActivityStore& store = session.activities();
     Database& db = session.database();

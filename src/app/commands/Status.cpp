@@ -2,6 +2,7 @@
 #include "app/Commands.h"
 #include "app/Output.h"
 #include "app/Session.h"
+#include "app/TrackerLock.h"
 #include "support/L10n.h"
 #include "support/LocalTime.h"
 #include "support/Settings.h"
@@ -16,13 +17,14 @@ struct StatusReport {
     std::int64_t activities;
     std::optional<Instant> firstActivity;
     std::optional<Instant> pausedUntil;  // present only while the pause lasts
+    std::optional<int> tracker;          // the process tracking this database
 };
 
 StatusReport gather(Session& session) {
     Database& db = session.database();
     StatusReport report{session.databasePath().string(), db.userVersion(),
                         db.queryInt("SELECT COUNT(*) FROM activity").value_or(0), session.activities().firstStart(),
-                        std::nullopt};
+                        std::nullopt, TrackerLock::holder(session.databasePath())};
     auto paused = session.preferences().number(settings::pausedUntil);
     if (paused && *paused > session.clock().now()) report.pausedUntil = paused;
     return report;
@@ -38,7 +40,9 @@ void render(const StatusReport& report, bool asJSON) {
                       {"activities", report.activities},
                       {"first_activity", optionalTime(report.firstActivity)},
                       {"paused", report.pausedUntil.has_value()},
-                      {"paused_until", optionalTime(report.pausedUntil)}});
+                      {"paused_until", optionalTime(report.pausedUntil)},
+                      {"tracker_running", report.tracker.has_value()},
+                      {"tracker_pid", report.tracker ? nlohmann::json(*report.tracker) : nlohmann::json(nullptr)}});
         return;
     }
     output::field(L10n::text("Base de données", "Database"), report.path);
@@ -53,6 +57,10 @@ void render(const StatusReport& report, bool asJSON) {
                                      local::formatDay(*report.pausedUntil) + " " + local::formatTime(*report.pausedUntil)
                                : std::string(L10n::text("actif", "active"));
     output::field(L10n::text("Suivi", "Tracking"), tracking);
+    output::field(L10n::text("Suivi en cours", "Tracker"),
+                  report.tracker ? std::string(L10n::text("lancé (processus ", "running (process ")) +
+                                       std::to_string(*report.tracker) + ")"
+                                 : std::string(L10n::text("arrêté (ombrelo run)", "not running (ombrelo run)")));
 }
 
 } // namespace
