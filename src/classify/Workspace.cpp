@@ -2,6 +2,7 @@
 
 #include "storage/DeviceMerge.h"
 #include "support/Fold.h"
+#include "support/L10n.h"
 #include "support/LocalTime.h"
 #include "support/Log.h"
 #include "support/Uuid.h"
@@ -147,12 +148,16 @@ bool Workspace::write(std::string_view label, const std::function<void()>& body)
 }
 
 std::optional<std::vector<std::int64_t>> Workspace::addManual(Instant start, Instant end, std::string_view label,
-                                                              std::optional<std::int64_t> projectID) {
+                                                              std::optional<std::int64_t> projectID, Overlap overlap) {
     std::string name(trim(label));
     if (name.empty() || !(end > start)) return std::nullopt;
     std::vector<std::int64_t> ids;
     bool written = write("Temps manuel", [&] {
         ids.clear();
+        if (overlap == Overlap::refuse && !countedUnder(start, end).empty())
+            throw DatabaseError(std::string(L10n::text("du temps est déjà enregistré sur cette période",
+                                                       "time is already recorded over this period")));
+        cutOut(start, end, overlap == Overlap::replace);
         // No row spans two days: 23:00 to 01:00 is two rows.
         for (Instant from = start; from < end;) {
             Activity activity;
@@ -166,6 +171,43 @@ std::optional<std::vector<std::int64_t>> Workspace::addManual(Instant start, Ins
         catalog_.writeAssignments(ids, projectID, std::nullopt, source::manual);
     });
     return written ? std::optional(ids) : std::nullopt;
+}
+
+std::vector<Activity> Workspace::countedUnder(Instant start, Instant end) {
+    std::vector<Activity> counted;
+    if (!store_ || demo_) return counted;
+    for (Activity& activity : store_->activities(start, end))
+        if (activity.kind != Activity::Kind::idle) counted.push_back(std::move(activity));
+    return counted;
+}
+
+void Workspace::cutOut(Instant start, Instant end, bool countedTimeToo) {
+    Database& db = store_->database();
+    for (const Activity& row : store_->activities(start, end)) {
+        if (row.kind != Activity::Kind::idle && !countedTimeToo) continue;
+        if (db.queryInt("SELECT COUNT(*) FROM billing WHERE activity_id = ? AND status IN ('billed', 'paid')",
+                        {row.id})
+                .value_or(0) > 0)
+            throw DatabaseError(std::string(L10n::text("du temps facturé ou payé ne peut pas être remplacé (activité ",
+                                                       "billed or paid time cannot be replaced (activity ")) +
+                                std::to_string(row.id) + ")");
+        bool keepsHead = row.start < start, keepsTail = row.end > end;
+        if (keepsHead && keepsTail) {
+            // The tail becomes its own row, classified and marked as the whole was.
+            Activity tail = row;
+            tail.start = end;
+            std::int64_t tailID = store_->insert(tail);
+            db.run("INSERT INTO assignment (activity_id, project_id, category_id, source, note) "
+                   "SELECT ?, project_id, category_id, source, note FROM assignment WHERE activity_id = ?",
+                   {tailID, row.id});
+            db.run("INSERT INTO billing (activity_id, status, invoice, at) "
+                   "SELECT ?, status, invoice, at FROM billing WHERE activity_id = ?",
+                   {tailID, row.id});
+        }
+        if (keepsHead) store_->updateEnd(row.id, start);
+        else if (keepsTail) store_->updateStart(row.id, end);
+        else store_->remove(row.id);
+    }
 }
 
 std::optional<std::size_t> Workspace::qualifyIdle(const std::vector<std::int64_t>& ids, std::string_view label,

@@ -77,13 +77,23 @@ public:
     // writeError(). Exceptions other than std::exception propagate.
     bool write(std::string_view label, const std::function<void()>& body);
 
+    // What manual time does to the time already recorded under it.
+    enum class Overlap {
+        refuse,   // counted time under it fails the write (the same hour would count twice)
+        replace,  // the recorded rows are cut so that the manual entry stands alone
+    };
     // Records [start, end) as manual time named `label`, assigned by hand to
     // `projectID` (or to no project): a manual row that no rule overrides, one
-    // per calendar day the stretch covers. Returns the new activities' ids;
-    // nothing when end ≤ start, the label is blank or the write failed
-    // (writeError() says why).
+    // per calendar day the stretch covers. Absences under it are cut away; other
+    // recorded time is refused or cut, as `overlap` says, but billed or paid time
+    // is never cut. Returns the new activities' ids; nothing when end ≤ start,
+    // the label is blank or the write failed (writeError() says why).
     std::optional<std::vector<std::int64_t>> addManual(Instant start, Instant end, std::string_view label,
-                                                       std::optional<std::int64_t> projectID);
+                                                       std::optional<std::int64_t> projectID,
+                                                       Overlap overlap = Overlap::refuse);
+    // The counted (non-idle) activities of this machine's records that overlap
+    // [start, end): what manual time there would count twice.
+    std::vector<Activity> countedUnder(Instant start, Instant end);
 
     // Turns an absence into described time. The idle rows among `ids` (the rows
     // of an idle block) become manual time: their kind becomes "manual" and their
@@ -133,6 +143,11 @@ private:
     std::vector<Classified> compute(Instant from, Instant to);
     std::vector<Activity> read(Instant from, Instant to);
     void dropCacheIfInputsChanged();
+    // Cuts [start, end) out of the absences that overlap it, and out of counted
+    // time too when asked, keeping each remaining part's correction and billing
+    // mark. Throws
+    // DatabaseError for billed or paid time, which is never cut.
+    void cutOut(Instant start, Instant end, bool countedTimeToo);
     // Re-reads the stores and empties the cache when another connection has
     // committed since the last look.
     void takeInOtherWrites();

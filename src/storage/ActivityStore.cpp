@@ -74,6 +74,10 @@ void ActivityStore::updateEnd(std::int64_t id, Instant end) {
     if (start.step()) longest_ = std::max(longest_, end - start.real(0));
 }
 
+void ActivityStore::updateStart(std::int64_t id, Instant start) {
+    db_.run("UPDATE activity SET start = ? WHERE id = ?", {start, id});
+}
+
 void ActivityStore::updateDetails(const Activity& a) {
     db_.run("UPDATE activity SET app_name = ?, title = ?, domain = ?, kind = ?, path = ?, url = ? WHERE id = ?",
             {a.appName, sqlText(a.title), sqlText(a.domain), std::string(rawValue(a.kind)), sqlText(a.path),

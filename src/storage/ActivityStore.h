@@ -39,6 +39,8 @@ public:
     // Returns the new row id.
     std::int64_t insert(const Activity& activity);
     void updateEnd(std::int64_t id, Instant end);
+    // Moves a row's start later (a stretch cut out of its beginning).
+    void updateStart(std::int64_t id, Instant start);
     // Rewrites application, title, site, kind, path and address; times untouched.
     void updateDetails(const Activity& activity);
     void remove(std::int64_t id);

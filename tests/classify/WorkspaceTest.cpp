@@ -230,6 +230,41 @@ TEST_F(WorkspaceTest, ManualTimeAcrossMidnightIsOneRowPerDay) {
     testing::expectActivityInvariants(db.path());
 }
 
+// Manual time over recorded time would count and bill the same hour twice.
+TEST_F(WorkspaceTest, ManualTimeOverRecordedTimeIsRefusedOrReplacesItButNeverBilledTime) {
+    Project refonte = addProject("Refonte");
+    auto hour = [&](double h) { return monday + h * 3600; };
+    std::int64_t morning = record(hour(9), hour(12));
+    record(hour(12), hour(13), "", {}, Activity::Kind::idle);
+    ASSERT_TRUE(catalog.assign({morning}, refonte.id, std::nullopt, source::manual));
+
+    EXPECT_FALSE(workspace.addManual(hour(11), hour(12.5), "Réunion", refonte.id));
+    ASSERT_EQ(workspace.countedUnder(hour(11), hour(12.5)).size(), 1u);
+    EXPECT_EQ(store.activeSeconds(monday, tuesday), 3 * 3600) << "nothing written";
+
+    // Over an absence alone it is accepted, and the absence under it is cut away.
+    ASSERT_TRUE(workspace.addManual(hour(12.25), hour(12.75), "Déjeuner client", refonte.id));
+    // Replacing inside a tracked row splits it; both parts keep their correction.
+    ASSERT_TRUE(workspace.addManual(hour(10), hour(11), "Appel", std::nullopt, Workspace::Overlap::replace));
+    auto items = workspace.day(monday);
+    std::vector<std::string> shown;
+    for (const Classified& item : items)
+        shown.push_back(local::formatTime(item.activity.start) + "-" + local::formatTime(item.activity.end) + " " +
+                        item.activity.label() + " " + projectOf(item));
+    EXPECT_EQ(shown, (std::vector<std::string>{"09:00-10:00 Terminal Refonte", "10:00-11:00 Appel -",
+                                               "11:00-12:00 Terminal Refonte", "12:00-12:15 Inactif -",
+                                               "12:15-12:45 Déjeuner client Refonte", "12:45-13:00 Inactif -"}));
+    EXPECT_EQ(store.activeSeconds(monday, tuesday), 3.5 * 3600);
+
+    // Billed time is never cut, even when asked.
+    db.run("INSERT INTO billing (activity_id, status, invoice) VALUES (?, 'billed', 'F-1')", {morning});
+    EXPECT_FALSE(workspace.addManual(hour(9.5), hour(9.75), "Appel", std::nullopt, Workspace::Overlap::replace));
+    ASSERT_TRUE(workspace.writeError());
+    EXPECT_NE(workspace.writeError()->find("facturé"), std::string::npos);
+    EXPECT_EQ(store.activeSeconds(monday, tuesday), 3.5 * 3600);
+    testing::expectActivityInvariants(db.path());
+}
+
 // A long-lived process (the tracker, the interface) shares the file with
 // commands: their corrections, rules and projects must show on cached days.
 TEST_F(WorkspaceTest, CachedDaysFollowAnotherProcesssCorrectionsRulesAndProjects) {

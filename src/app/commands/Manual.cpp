@@ -21,7 +21,17 @@ namespace {
 struct Arguments {
     std::string from, to, label;
     std::optional<std::string> project;
+    bool replace = false;
 };
+
+// What the entry would count a second time, one line each.
+std::string overlapList(const std::vector<Activity>& under) {
+    std::string text;
+    for (const Activity& activity : under)
+        text += fmt::format("\n  {} {}–{} {} ({})", local::formatDay(activity.start), local::formatTime(activity.start),
+                            local::formatTime(activity.end), activity.label(), Format::duration(activity.duration()));
+    return text;
+}
 
 void add(Session& session, const Arguments& arguments) {
     Instant from = dateTimeOption("--from", arguments.from);
@@ -34,7 +44,20 @@ void add(Session& session, const Arguments& arguments) {
     TimeModel model(session);
     std::optional<Project> project;
     if (arguments.project && !isNone(*arguments.project)) project = requireProject(model.projects, *arguments.project);
-    auto ids = model.workspace.addManual(from, to, label, project ? std::optional(project->id) : std::nullopt);
+    if (!arguments.replace) {
+        std::vector<Activity> under = model.workspace.countedUnder(from, to);
+        if (!under.empty())
+            throw CommandFailure(
+                exitStatus::failure,
+                std::string(L10n::text("Temps manuel refusé : il recouvre du temps déjà enregistré, qui compterait "
+                                       "deux fois. --replace coupe ce temps pour que l'entrée reste seule.",
+                                       "Manual time refused: it overlaps time already recorded, which would count "
+                                       "twice. --replace cuts that time so that the entry stands alone.")) +
+                    overlapList(under));
+    }
+    auto overlap = arguments.replace ? Workspace::Overlap::replace : Workspace::Overlap::refuse;
+    auto ids =
+        model.workspace.addManual(from, to, label, project ? std::optional(project->id) : std::nullopt, overlap);
     if (!ids)
         throw CommandFailure(exitStatus::failure,
                              std::string(L10n::text("Temps manuel non enregistré : ", "Manual time not recorded: ")) +
@@ -61,6 +84,9 @@ void manual(CLI::App& program, Session& session) {
     command->add_option("--project", arguments->project,
                         std::string(L10n::text("Projet (nom ou id ; « aucun » pour aucun)",
                                                "Project (name or id; \"none\" for none)")));
+    command->add_flag("--replace", arguments->replace,
+                      std::string(L10n::text("Coupe le temps enregistré dessous (sinon refusé)",
+                                             "Cut the time recorded under it (refused otherwise)")));
     command->callback([&session, arguments] { add(session, *arguments); });
 }
 
