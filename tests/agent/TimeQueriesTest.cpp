@@ -94,14 +94,14 @@ TEST_F(TimeQueriesTest, PeriodsByNameAndByDays) {
 
 TEST_F(TimeQueriesTest, EnglishWeeksFollowTheRegionAndErrorsAreEnglish) {
     testing::ScopedLanguage english{"en"};
-    const char* previous = std::getenv("LC_ALL");
-    std::string saved = previous ? previous : "";
-    ::setenv("LC_ALL", "en_US.UTF-8", 1);
-    EXPECT_EQ(days({{"period", "week"}}), (std::pair<std::string, std::string>("2026-10-18", "2026-10-25")));
-    ::setenv("LC_ALL", "en_GB.UTF-8", 1);
-    EXPECT_EQ(days({{"period", "week"}}), (std::pair<std::string, std::string>("2026-10-19", "2026-10-26")));
-    if (previous) ::setenv("LC_ALL", saved.c_str(), 1);
-    else ::unsetenv("LC_ALL");
+    {
+        testing::ScopedEnvironment american("LC_ALL", "en_US.UTF-8");
+        EXPECT_EQ(days({{"period", "week"}}), (std::pair<std::string, std::string>("2026-10-18", "2026-10-25")));
+    }
+    {
+        testing::ScopedEnvironment british("LC_ALL", "en_GB.UTF-8");
+        EXPECT_EQ(days({{"period", "week"}}), (std::pair<std::string, std::string>("2026-10-19", "2026-10-26")));
+    }
 
     EXPECT_EQ(errorOf([&] { days({{"period", "x"}}); }), "Unknown period: x");
     EXPECT_EQ(errorOf([&] { queries.search(json::object()); }), "Missing \"query\" parameter.");

@@ -11,6 +11,7 @@
 #include <fcntl.h>
 #include <fstream>
 #include <poll.h>
+#include <sys/prctl.h>
 #include <stdexcept>
 #include <utility>
 #include <sys/wait.h>
@@ -82,8 +83,10 @@ ChildProcess::ChildProcess(const std::vector<std::string>& argv, const std::vect
         ::dup2(in, 0);
         ::dup2(out, 1);
         ::dup2(out, 2);
-        // Its own process group, so that ending it does not reach the test.
+        // Its own process group, so that ending it does not reach the test; and
+        // killed if the test dies first, crash included.
         ::setpgid(0, 0);
+        ::prctl(PR_SET_PDEATHSIG, SIGKILL);
         for (int fd = 3; fd < 256; ++fd)
             if (fd != extraFd) ::close(fd);
         ::execvpe(argp[0], argp.data(), envp.data());

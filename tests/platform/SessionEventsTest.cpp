@@ -27,8 +27,7 @@ namespace fs = std::filesystem;
 class SessionEventsTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        server = testing::XServer::shared();
-        if (!server) GTEST_SKIP() << "Xvfb cannot start here: " << testing::XServer::whyUnavailable();
+        OMBRELO_REQUIRE_X(server);
         options.display = server->display();
         options.systemBus = systemBus.address();
         options.sessionBus = sessionBus.address();

@@ -26,8 +26,7 @@ std::string ownProgram() { return fs::read_symlink("/proc/self/exe").filename().
 class X11DesktopTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        server = testing::XServer::shared();
-        if (!server) GTEST_SKIP() << "Xvfb cannot start here: " << testing::XServer::whyUnavailable();
+        OMBRELO_REQUIRE_X(server);
         fs::path apps = dir / "applications";
         writeFile(apps / "org.example.Editor.desktop",
                   "[Desktop Entry]\nType=Application\nName=Editor\nName[fr]=Éditeur\nExec=example-edit %F\n"

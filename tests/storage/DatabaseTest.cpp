@@ -99,12 +99,13 @@ TEST(Database, RunReturnsRowIdAndDumpLeavesNullColumnsOut) {
 }
 
 TEST(Database, DefaultURLFollowsOverrideAndDataHome) {
-    ::setenv("OMBRELO_DB", "/somewhere/else.sqlite", 1);
-    EXPECT_EQ(Database::defaultURL(), "/somewhere/else.sqlite");
-    ::unsetenv("OMBRELO_DB");
-    ::setenv("XDG_DATA_HOME", "/data", 1);
+    {
+        testing::ScopedEnvironment database("OMBRELO_DB", "/somewhere/else.sqlite");
+        EXPECT_EQ(Database::defaultURL(), "/somewhere/else.sqlite");
+    }
+    testing::ScopedEnvironment noOverride("OMBRELO_DB", std::nullopt);
+    testing::ScopedEnvironment data("XDG_DATA_HOME", "/data");
     EXPECT_EQ(Database::defaultURL(), "/data/ombrelo/ombrelo-dev.sqlite");
-    ::unsetenv("XDG_DATA_HOME");
 }
 
 TEST(Transaction, RollsBackUnlessCommittedAndNests) {

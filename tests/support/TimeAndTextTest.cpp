@@ -45,9 +45,9 @@ TEST(Fold, IgnoresCaseAndAccents) {
 TEST(L10n, SettingBeatsLocaleAndOnlyFrenchIsFrench) {
     testing::TempDir dir;
     Preferences prefs(dir / "settings.json");
-    ::setenv("LANG", "fr_FR.UTF-8", 1);
-    ::unsetenv("LC_ALL");
-    ::unsetenv("LC_MESSAGES");
+    testing::ScopedEnvironment lang("LANG", "fr_FR.UTF-8");
+    testing::ScopedEnvironment all("LC_ALL", std::nullopt);
+    testing::ScopedEnvironment messages("LC_MESSAGES", std::nullopt);
     EXPECT_EQ(L10n::resolve(prefs), "fr");
     prefs.set("language", std::string("de"));
     EXPECT_EQ(L10n::resolve(prefs), "de");

@@ -18,6 +18,7 @@
 #include <sstream>
 #include <stdexcept>
 #include <thread>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -67,6 +68,17 @@ void writeFile(const fs::path& file, const std::string& text) {
     out << text;
 }
 
+ScopedEnvironment::ScopedEnvironment(const char* name, const std::optional<std::string>& value) : name_(name) {
+    if (const char* old = std::getenv(name)) previous_ = old;
+    if (value) ::setenv(name, value->c_str(), 1);
+    else ::unsetenv(name);
+}
+
+ScopedEnvironment::~ScopedEnvironment() {
+    if (previous_) ::setenv(name_.c_str(), previous_->c_str(), 1);
+    else ::unsetenv(name_.c_str());
+}
+
 CommandResult runOmbrelo(const fs::path& home, const std::vector<std::string>& arguments,
                          const std::vector<std::string>& environment) {
     fs::path outFile = home / ".ombrelo-out", errFile = home / ".ombrelo-err";
@@ -74,6 +86,7 @@ CommandResult runOmbrelo(const fs::path& home, const std::vector<std::string>& a
     fs::permissions(home / "run", fs::perms::owner_all);
     pid_t child = ::fork();
     if (child == 0) {
+        ::prctl(PR_SET_PDEATHSIG, SIGKILL);  // never outlives a test that crashed
         int out = ::open(outFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
         int err = ::open(errFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
         ::dup2(out, 1);
