@@ -1,5 +1,6 @@
 // The time commands run as the real binary on a prepared database: their --json
-// results, the human texts that matter, and their exit statuses.
+// results, the human texts that matter, and their exit statuses; and the project
+// commands that could change what that time is worth.
 #include "storage/ActivityStore.h"
 #include "storage/Database.h"
 #include "support/LocalTime.h"
@@ -133,6 +134,16 @@ TEST_F(TimeCommandsTest, ManualTimeAddsToTheProject) {
                             "Zorglub"});
     EXPECT_EQ(unknown.status, 2);
     EXPECT_NE(unknown.err.find("Projet introuvable : Zorglub"), std::string::npos);
+
+    // Over the workshop recorded at 9:00 the same hour would count twice.
+    auto overlapping = ombrelo({"manual", "--from", "2026-10-19T09:30", "--to", "2026-10-19T10:00", "Appel"});
+    EXPECT_EQ(overlapping.status, 2);
+    EXPECT_NE(overlapping.err.find("09:00–10:00 Atelier (1 h 00)"), std::string::npos) << overlapping.err;
+    auto replacing =
+        ombrelo({"manual", "--from", "2026-10-19T09:30", "--to", "2026-10-19T10:00", "Appel", "--replace"});
+    ASSERT_EQ(replacing.status, 0) << replacing.err;
+    EXPECT_EQ(ombreloJSON({"summary", "--from", "2026-10-19", "--to", "2026-10-19", "--json"})["billable_minutes"],
+              180) << "the half hour replaced left the project";
 }
 
 TEST_F(TimeCommandsTest, BillingMarksAndTotals) {
@@ -165,6 +176,119 @@ TEST_F(TimeCommandsTest, BillingMarksAndTotals) {
     auto card = ombrelo({"billing", "totals"});
     EXPECT_NE(card.out.find("À facturer (tout l'historique)"), std::string::npos);
     EXPECT_NE(card.out.find("78,57"), std::string::npos);
+}
+
+// Removing a project must not make its time, and what was billed or paid for
+// it, vanish unnoticed.
+TEST_F(TimeCommandsTest, RemovingAProjectWithTimeIsRefusedUnlessForcedAndConfirmed) {
+    ASSERT_EQ(ombrelo({"billing", "mark", "billed", "--ids", std::to_string(refonteIDs[0])}).status, 0);
+    ASSERT_EQ(ombrelo({"billing", "mark", "paid", "--ids", std::to_string(refonteIDs[1])}).status, 0);
+    auto refonteStillThere = [&] {
+        json day = ombreloJSON({"summary", "--from", "2026-10-19", "--to", "2026-10-19", "--json"});
+        EXPECT_EQ(day["by_project"][0]["project"], "Dupont › Refonte");
+        json totals = ombreloJSON({"billing", "totals", "--json"});
+        EXPECT_EQ(totals["billed_eur"].dump(), "78.57");
+        EXPECT_EQ(totals["paid_eur"].dump(), "78.57");
+    };
+
+    auto refused = ombrelo({"projects", "remove", "Refonte"});
+    EXPECT_EQ(refused.status, 2);
+    EXPECT_NE(refused.err.find("2 activités (2 h 00)"), std::string::npos) << refused.err;
+    EXPECT_NE(refused.err.find("ombrelo projects archive Refonte"), std::string::npos) << refused.err;
+    refonteStillThere();
+
+    // --force alone shows what would become of the time and asks for --yes.
+    auto preview = ombrelo({"projects", "remove", "Refonte", "--force"});
+    EXPECT_EQ(preview.status, 2);
+    EXPECT_NE(preview.out.find("« Sans projet » 2 activités (2 h 00)"), std::string::npos) << preview.out;
+    EXPECT_NE(preview.out.find("facturé 78,57"), std::string::npos) << preview.out;
+    EXPECT_NE(preview.out.find("payé 78,57"), std::string::npos) << preview.out;
+    EXPECT_NE(preview.err.find("--force --yes"), std::string::npos) << preview.err;
+    auto english = ombrelo({"projects", "remove", "Refonte", "--force"}, "en_US.UTF-8");
+    EXPECT_EQ(english.status, 2);
+    EXPECT_NE(english.out.find("2 activities (2 h 00) to \"No project\""), std::string::npos) << english.out;
+    EXPECT_NE(english.out.find("billed $78.57"), std::string::npos) << english.out;
+    EXPECT_EQ(ombrelo({"projects", "remove", "Refonte", "--yes"}).status, 1);
+    refonteStillThere();
+
+    auto removed = ombrelo({"projects", "remove", "Refonte", "--force", "--yes"});
+    ASSERT_EQ(removed.status, 0) << removed.err;
+    EXPECT_NE(removed.out.find("2 activités (2 h 00)"), std::string::npos) << removed.out;
+    json day = ombreloJSON({"summary", "--from", "2026-10-19", "--to", "2026-10-19", "--json"});
+    EXPECT_EQ(day["unassigned_minutes"], 130);
+    EXPECT_EQ(ombreloJSON({"billing", "totals", "--json"})["billed_eur"], 0);
+
+    // A project without time goes as before.
+    ASSERT_EQ(ombrelo({"projects", "add", "Vide"}).status, 0);
+    EXPECT_EQ(ombrelo({"projects", "remove", "Vide"}).status, 0);
+}
+
+TEST_F(TimeCommandsTest, TimeGivenByTheProjectsRulesKeepsItToo) {
+    ASSERT_EQ(ombrelo({"projects", "add", "Devis"}).status, 0);
+    ASSERT_EQ(ombrelo({"rules", "add", "title", "devis", "--op", "contains", "--project", "Devis"}).status, 0);
+    auto refused = ombrelo({"projects", "remove", "Devis"});
+    EXPECT_EQ(refused.status, 2);
+    EXPECT_NE(refused.err.find("1 activité (45 min)"), std::string::npos) << refused.err;
+    EXPECT_EQ(ombreloJSON({"search", "dupont", "--json"})["matches"][0]["project"], "Devis");
+}
+
+// Billed and paid amounts are priced at the project's current pricing, so a new
+// rate would rewrite invoices already sent.
+TEST_F(TimeCommandsTest, PricingChangesThatWouldRepriceBilledTimeAreRefused) {
+    // Nothing billed yet: the rate changes freely.
+    ASSERT_EQ(ombrelo({"projects", "edit", "Refonte", "--rate", "550"}).status, 0);
+    ASSERT_EQ(ombrelo({"billing", "mark", "billed", "--ids", std::to_string(refonteIDs[0])}).status, 0);
+    ASSERT_EQ(ombrelo({"billing", "mark", "paid", "--ids", std::to_string(refonteIDs[1])}).status, 0);
+
+    struct Case {
+        std::vector<std::string> options;
+        const char* after;  // each hour billed and paid, priced anew
+    };
+    for (const Case& c : std::vector<Case>{{{"--rate", "700"}, "100,00"},
+                                           {{"--rate-kind", "hour"}, "550,00"},
+                                           {{"--rounding", "halfDay"}, "275,00"},
+                                           {{"--day-hours", "8"}, "68,75"},
+                                           {{"--billable", "non", "--name", "Refonte 2"}, "0,00"}}) {
+        std::vector<std::string> arguments{"projects", "edit", "Refonte"};
+        arguments.insert(arguments.end(), c.options.begin(), c.options.end());
+        auto refused = ombrelo(arguments);
+        EXPECT_EQ(refused.status, 2) << c.options[0];
+        EXPECT_NE(refused.err.find("Facturé : 1 jour, 78,57\u00a0€ → " + std::string(c.after)), std::string::npos)
+            << refused.err;
+        EXPECT_NE(refused.err.find("Payé : 1 jour, 78,57\u00a0€ → " + std::string(c.after)), std::string::npos)
+            << refused.err;
+        EXPECT_NE(refused.err.find("créez un projet pour le nouveau tarif"), std::string::npos) << refused.err;
+        EXPECT_NE(refused.err.find("--reprice-billed"), std::string::npos) << refused.err;
+    }
+    json project = ombreloJSON({"projects", "list", "--json"})["projects"][1];
+    EXPECT_EQ(project["name"], "Refonte");
+    EXPECT_EQ(project["rate_cents"], 55000);
+    EXPECT_EQ(project["billable"], true);
+    EXPECT_EQ(ombreloJSON({"billing", "totals", "--json"})["billed_eur"].dump(), "78.57");
+
+    // Whatever does not price is never refused.
+    ASSERT_EQ(ombrelo({"projects", "edit", "Refonte", "--name", "Refonte 2026", "--color", "peach", "--budget", "40",
+                       "--client", "none"})
+                  .status,
+              0);
+    ASSERT_EQ(ombrelo({"projects", "archive", "Refonte 2026"}).status, 0);
+    ASSERT_EQ(ombrelo({"projects", "archive", "Refonte 2026", "--undo"}).status, 0);
+
+    auto english = ombrelo({"projects", "edit", "Refonte 2026", "--rate", "700"}, "en_GB.UTF-8");
+    EXPECT_EQ(english.status, 2);
+    EXPECT_NE(english.err.find("Billed: 1 day, £78.57 → £100.00"), std::string::npos) << english.err;
+
+    json repriced = ombreloJSON({"projects", "edit", "Refonte 2026", "--rate", "700", "--reprice-billed", "--json"});
+    EXPECT_EQ(repriced["rate_cents"], 70000);
+    ASSERT_EQ(repriced["repriced"].size(), 2u);
+    EXPECT_EQ(repriced["repriced"][0], json({{"status", "billed"}, {"days", 1}, {"before_cents", 7857},
+                                             {"after_cents", 10000}}));
+    json totals = ombreloJSON({"billing", "totals", "--json"});
+    EXPECT_EQ(totals["billed_eur"], 100.0);
+    EXPECT_EQ(totals["paid_eur"], 100.0);
+    auto told = ombrelo({"projects", "edit", "Refonte 2026", "--rate", "550", "--reprice-billed"});
+    ASSERT_EQ(told.status, 0) << told.err;
+    EXPECT_NE(told.out.find("Facturé : 1 jour, 100,00\u00a0€ → 78,57\u00a0€"), std::string::npos) << told.out;
 }
 
 TEST_F(TimeCommandsTest, BadArgumentsAreUsageErrorsAndUnknownNamesFailures) {

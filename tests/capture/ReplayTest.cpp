@@ -27,6 +27,8 @@ protected:
     Database db{dir / "ombrelo.sqlite"};
     ActivityStore store{db};
 
+    void TearDown() override { testing::expectActivityInvariants(db.path()); }
+
     Replay::Outcome replay(const std::string& text, const Replay::Configure& configure = {}) {
         std::istringstream in(text);
         return Replay::run(Replay::parse(in), store, userSettings, configure);
@@ -226,7 +228,6 @@ TEST_F(ReplayTest, aGapOfYearsIsSkippedWithoutChangingTheRows) {
     EXPECT_EQ(line(activities[activities.size() - 2]), "09:30-09:31 Code|a.cpp||app") << "nothing in front";
     EXPECT_EQ(line(activities.back()), "09:32-09:33 Code|a.cpp||app");
     EXPECT_EQ(outcome.written, static_cast<std::int64_t>(activities.size()));
-    testing::expectActivityInvariants(db.path());
 }
 
 // The real binary: the count it prints and the rows it leaves.

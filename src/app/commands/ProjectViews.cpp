@@ -1,9 +1,15 @@
 #include "app/commands/ProjectViews.h"
 
+#include "app/commands/TimeModel.h"
+#include "reports/Format.h"
+#include "support/L10n.h"
 #include "support/LocalTime.h"
 #include "support/Money.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
+#include <cctype>
 #include <cmath>
 
 namespace ombrelo::commands {
@@ -50,6 +56,52 @@ std::string hoursText(double hours) {
     std::string text = std::to_string(minutes / 60) + " h";
     if (minutes % 60) text += (minutes % 60 < 10 ? " 0" : " ") + std::to_string(minutes % 60);
     return text;
+}
+
+std::string commandWord(const ProjectStore& store, const Project& project) {
+    std::optional<Project> found = store.find(project.name);
+    // A leading "-" would read as an option, quoted or not.
+    if (!found || found->id != project.id || project.name.starts_with('-')) return std::to_string(project.id);
+    bool plain = std::all_of(project.name.begin(), project.name.end(), [](char c) {
+        auto byte = static_cast<unsigned char>(c);
+        return byte >= 0x80 || std::isalnum(byte) || std::string_view("-_.,:/@+%=").find(c) != std::string_view::npos;
+    });
+    if (plain) return project.name;
+    std::string quoted = "'";
+    for (char c : project.name) quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    return quoted + "'";
+}
+
+std::string timeText(const RemovalImpact& impact) {
+    return activityCount(impact.activities) + " (" + Format::duration(impact.seconds) + ")";
+}
+
+std::string amountsText(const RemovalImpact& impact, const std::string& currency) {
+    return fmt::format(fmt::runtime(L10n::text("à facturer {}, facturé {}, payé {}", "to bill {}, billed {}, paid {}")),
+                       Format::money(impact.toBillCents, currency), Format::money(impact.billedCents, currency),
+                       Format::money(impact.paidCents, currency));
+}
+
+std::vector<std::string> repricingLines(const RepricingImpact& impact, const std::string& currency) {
+    std::vector<std::string> lines;
+    for (const Repricing& r : impact.statuses) {
+        std::string days = L10n::french() ? fmt::format("{} jour{}", r.days, r.days > 1 ? "s" : "")
+                                          : fmt::format("{} day{}", r.days, r.days > 1 ? "s" : "");
+        lines.push_back(fmt::format(fmt::runtime(L10n::text("{} : {}, {} → {}", "{}: {}, {} → {}")),
+                                    statusLabel(r.status), days, Format::money(r.beforeCents, currency),
+                                    Format::money(r.afterCents, currency)));
+    }
+    return lines;
+}
+
+nlohmann::json repricingJSON(const RepricingImpact& impact) {
+    nlohmann::json statuses = nlohmann::json::array();
+    for (const Repricing& r : impact.statuses)
+        statuses.push_back({{"status", rawValue(r.status)},
+                            {"days", r.days},
+                            {"before_cents", r.beforeCents},
+                            {"after_cents", r.afterCents}});
+    return statuses;
 }
 
 } // namespace ombrelo::commands
