@@ -1,14 +1,12 @@
 #include "classify/Catalog.h"
 #include "classify/DefaultCatalog.h"
 #include "storage/Database.h"
-#include "support/L10n.h"
 #include "support/LocalTime.h"
 #include "testing/TestSupport.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <map>
 
 namespace ombrelo {
 namespace {
@@ -47,66 +45,28 @@ protected:
     }
 };
 
-TEST_F(CatalogTest, SeedsTenCategoriesAndTheDefaultRulesOnce) {
+TEST_F(CatalogTest, SeedsOnceWithUsableRulesUntrackedBySync) {
     Catalog catalog(db);
-    ASSERT_EQ(catalog.categories().size(), 10u);
-    EXPECT_EQ(catalog.categories().front().name, "Code");
-    EXPECT_EQ(catalog.categories()[8].name, "Réseaux sociaux");
-    EXPECT_TRUE(catalog.categories()[8].isDistraction);
-    EXPECT_FALSE(catalog.categories()[6].isDistraction);
-
-    std::size_t linux = linuxDefaultRules().size();
-    ASSERT_GE(linux, 30u);
-    ASSERT_EQ(catalog.rules().size(), 75u + linux);
-    const Rule& own = catalog.rules().front();
-    EXPECT_EQ(own.pattern, "fr.ombrelo.app");
-    EXPECT_EQ(catalog.category(*own.categoryID)->name, "Ombrelo");
-    for (const Rule& rule : catalog.rules()) {
-        EXPECT_FALSE(rule.op) << rule.pattern;  // default rules stay simple
-        EXPECT_TRUE(rule.categoryID) << rule.pattern;
-        EXPECT_TRUE(rule.conditions.empty() && !rule.hasWindow() && rule.weekdays.empty());
-    }
-    // The seed is not tracked for sync, and the marker does not outlive it.
-    EXPECT_FALSE(db.queryInt("SELECT COUNT(*) FROM sync_meta WHERE key = 'applying'").value_or(0));
-    EXPECT_EQ(db.queryInt("SELECT COUNT(*) FROM category WHERE modified = 0"), 10);
-
-    Catalog again(db);
-    EXPECT_EQ(again.categories().size(), 10u);
-    EXPECT_EQ(again.rules().size(), 75u + linux);
-}
-
-TEST_F(CatalogTest, DefaultSitesAreTheServicesMainDomains) {
-    const std::map<std::string, std::string> expected{
-        {"github.com", "Code"},          {"gitlab.com", "Code"},
-        {"stackoverflow.com", "Code"},   {"developer.apple.com", "Code"},
-        {"vercel.com", "Code"},          {"figma.com", "Design"},
-        {"canva.com", "Design"},         {"dribbble.com", "Design"},
-        {"mail.google.com", "Communication"}, {"outlook.office.com", "Communication"},
-        {"app.slack.com", "Communication"},   {"meet.google.com", "Réunions"},
-        {"teams.microsoft.com", "Réunions"},  {"zoom.us", "Réunions"},
-        {"docs.google.com", "Rédaction"},     {"notion.so", "Rédaction"},
-        {"impots.gouv.fr", "Administratif"},  {"urssaf.fr", "Administratif"},
-        {"autoentrepreneur.urssaf.fr", "Administratif"}, {"qonto.com", "Administratif"},
-        {"pennylane.com", "Administratif"},   {"indy.fr", "Administratif"},
-        {"freebe.me", "Administratif"},       {"tiime.fr", "Administratif"},
-        {"youtube.com", "Divertissement"},    {"netflix.com", "Divertissement"},
-        {"twitch.tv", "Divertissement"},      {"primevideo.com", "Divertissement"},
-        {"x.com", "Réseaux sociaux"},         {"twitter.com", "Réseaux sociaux"},
-        {"facebook.com", "Réseaux sociaux"},  {"instagram.com", "Réseaux sociaux"},
-        {"linkedin.com", "Réseaux sociaux"},  {"reddit.com", "Réseaux sociaux"},
-        {"tiktok.com", "Réseaux sociaux"},    {"bsky.app", "Réseaux sociaux"}};
-    std::map<std::string, std::string> seeded;
-    for (const DefaultRule& rule : defaultRules())
-        if (rule.field == Field::domain) seeded[std::string(rule.pattern)] = std::string(rule.category);
-    EXPECT_EQ(seeded, expected);
-    EXPECT_EQ(defaultRules().size(), 75u);
-
-    // No pattern is seeded twice (the sync identity of a rule is its pattern).
+    ASSERT_FALSE(catalog.categories().empty());
     std::vector<std::string_view> patterns;
-    for (const DefaultRule& rule : defaultRules()) patterns.push_back(rule.pattern);
-    for (const DefaultRule& rule : linuxDefaultRules()) patterns.push_back(rule.pattern);
+    for (const Rule& rule : catalog.rules()) {
+        // A rule naming a missing category would be seeded inert; one not stored
+        // as the editor saves it would never match.
+        EXPECT_TRUE(rule.categoryID && catalog.category(*rule.categoryID)) << rule.pattern;
+        EXPECT_EQ(rule, rule.normalized()) << rule.pattern;
+        patterns.push_back(rule.pattern);
+    }
+    // No pattern twice: a rule's sync identity is built from its pattern.
     std::sort(patterns.begin(), patterns.end());
     EXPECT_EQ(std::adjacent_find(patterns.begin(), patterns.end()), patterns.end());
+    // The seed is not tracked for sync, and the marker does not outlive it.
+    EXPECT_FALSE(db.queryInt("SELECT COUNT(*) FROM sync_meta WHERE key = 'applying'").value_or(0));
+    EXPECT_EQ(db.queryInt("SELECT COUNT(*) FROM category WHERE modified IS NOT 0"), 0);
+    EXPECT_EQ(db.queryInt("SELECT COUNT(*) FROM rule WHERE modified IS NOT 0"), 0);
+
+    Catalog again(db);
+    EXPECT_EQ(again.categories(), catalog.categories());
+    EXPECT_EQ(again.rules(), catalog.rules());
 }
 
 TEST_F(CatalogTest, DefaultRulesClassifyTheUsualCases) {
@@ -115,7 +75,8 @@ TEST_F(CatalogTest, DefaultRulesClassifyTheUsualCases) {
     EXPECT_EQ(categoryOf(catalog, app("fr.ombrelo.app", "Ombrelo")), "Ombrelo");
     EXPECT_EQ(categoryOf(catalog, app("org.gnome.terminal", "Terminal")), "Code");
     EXPECT_EQ(categoryOf(catalog, app("thunderbird", "Thunderbird")), "Communication");
-    EXPECT_EQ(categoryOf(catalog, site("www.youtube.com")), "Divertissement");
+    auto video = catalog.ruleCategory(site("www.youtube.com"));
+    EXPECT_TRUE(video && video->isDistraction);
     EXPECT_EQ(categoryOf(catalog, site("autoentrepreneur.urssaf.fr")), "Administratif");
     // A site rule outranks an app rule.
     EXPECT_EQ(categoryOf(catalog, site("youtube.com", "org.gnome.terminal")), "Divertissement");
@@ -128,19 +89,23 @@ TEST_F(CatalogTest, DefaultRulesClassifyTheUsualCases) {
     EXPECT_EQ(categoryOf(catalog, secret), "-");
 }
 
-TEST_F(CatalogTest, EnglishSeedAndDefaultKeys) {
-    testing::ScopedLanguage english("en");
+// The language may change after the seed: default categories must still be
+// recognised under the names they were stored with.
+TEST_F(CatalogTest, DefaultCategoriesAreFoundWhateverLanguageSeededThem) {
+    {
+        testing::ScopedLanguage english("en");
+        Catalog seeded(db);
+    }
     Catalog catalog(db);
-    EXPECT_EQ(catalog.categories()[3].name, "Meetings");
-    EXPECT_EQ(catalog.navigation()->name, "Browsing");
-    EXPECT_EQ(defaultKey("Browsing"), "Navigation");
-    EXPECT_EQ(defaultKey("Navigation"), "Navigation");
-    EXPECT_EQ(defaultKey("Social media"), "Réseaux sociaux");
+    ASSERT_TRUE(catalog.navigation());
+    EXPECT_NE(catalog.navigation()->name, "Navigation");  // stored in English
+    EXPECT_EQ(categoryOf(catalog, site("example.org")), catalog.navigation()->name);
     EXPECT_EQ(defaultKey("Clients"), "Clients");
 }
 
 TEST_F(CatalogTest, SeedingFailureKeepsNothing) {
-    db.execute("CREATE TRIGGER refuse BEFORE INSERT ON rule WHEN NEW.pattern = 'bsky.app' "
+    // Fails half-way, once categories and some rules are in.
+    db.execute("CREATE TRIGGER refuse BEFORE INSERT ON rule WHEN (SELECT COUNT(*) FROM rule) >= 3 "
                "BEGIN SELECT RAISE(ABORT, 'refused'); END;");
     EXPECT_THROW(Catalog{db}, DatabaseError);
     EXPECT_EQ(db.queryInt("SELECT COUNT(*) FROM category"), 0);
@@ -162,8 +127,6 @@ TEST_F(CatalogTest, SavedRuleReadsBackEqual) {
     rule.weekdays = {5, 3};
     auto id = catalog.save(rule);
     ASSERT_TRUE(id);
-    EXPECT_EQ(db.queryInt("SELECT COUNT(*) FROM rule WHERE id = ? AND hours = '1320-120' AND weekdays = '3,5'", {*id}), 1);
-
     Rule expected = rule.normalized();
     expected.id = *id;
     EXPECT_EQ(catalog.rules().back(), expected);
@@ -175,10 +138,7 @@ TEST_F(CatalogTest, SavedRuleReadsBackEqual) {
     expected.endMinute.reset();
     ASSERT_TRUE(catalog.save(expected));
     EXPECT_EQ(catalog.rules().back(), expected);
-    EXPECT_EQ(db.queryInt("SELECT COUNT(*) FROM rule WHERE id = ? AND hours IS NULL AND weekdays IS NULL "
-                          "AND conditions IS NULL AND operator = 'is'",
-                          {*id}),
-              1);
+    EXPECT_EQ(Catalog(db).rules().back(), expected);
 }
 
 TEST_F(CatalogTest, DamagedRowsReadAsNothing) {
@@ -307,13 +267,14 @@ TEST_F(CatalogTest, MemoisedChoiceAgreesWithDirectScoring) {
     }
 }
 
-TEST_F(CatalogTest, DeletingACategoryRemovesItsRules) {
+TEST_F(CatalogTest, DeletingACategoryRemovesItsRulesOnly) {
     Catalog catalog(db);
-    std::size_t before = catalog.rules().size();
-    auto social = catalog.category(categoryID(catalog, "Réseaux sociaux"));
-    ASSERT_TRUE(catalog.remove(*social));
-    EXPECT_EQ(catalog.categories().size(), 9u);
-    EXPECT_EQ(catalog.rules().size(), before - 8);
+    std::vector<Rule> kept = catalog.rules();
+    std::int64_t social = categoryID(catalog, "Réseaux sociaux");
+    std::erase_if(kept, [&](const Rule& rule) { return rule.categoryID == social; });
+    ASSERT_TRUE(catalog.remove(*catalog.category(social)));
+    EXPECT_FALSE(catalog.category(social));
+    EXPECT_EQ(catalog.rules(), kept);
     EXPECT_EQ(categoryOf(catalog, site("reddit.com")), "Navigation");
 }
 

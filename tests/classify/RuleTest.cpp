@@ -63,10 +63,10 @@ TEST(RuleNormalization, WindowNeedsTwoDifferentBounds) {
 
 TEST(RuleMatching, AppRuleWithOperatorMatchesIdentifierOrName) {
     Activity xcode = app("com.apple.dt.Xcode", "Xcode");
-    EXPECT_EQ(rule(Field::app, "xcode", Op::is).specificity(xcode), 200);   // by name
-    EXPECT_EQ(rule(Field::app, "com.apple", Op::startsWith).specificity(xcode), 200);  // by identifier
+    EXPECT_TRUE(rule(Field::app, "xcode", Op::is).specificity(xcode));               // by name
+    EXPECT_TRUE(rule(Field::app, "com.apple", Op::startsWith).specificity(xcode));   // by identifier
     // A simple app rule: identifier lower-cased, never the name.
-    EXPECT_EQ(rule(Field::app, "com.apple.dt.xcode").specificity(xcode), 200);
+    EXPECT_TRUE(rule(Field::app, "com.apple.dt.xcode").specificity(xcode));
     EXPECT_FALSE(rule(Field::app, "xcode").specificity(xcode));
     Activity noID = xcode;
     noID.bundleID.reset();
@@ -87,16 +87,14 @@ TEST(RuleMatching, OperatorsFoldCaseAndAccents) {
 }
 
 TEST(RuleMatching, RegexSearchesCaseInsensitively) {
-    testing::ScopedLanguage french("fr");
     Rule r = rule(Field::title, "devis\\s+\\d+$", Op::regex);
-    EXPECT_EQ(r.specificity(app("x", "Mail", std::string("Devis 42"))), 12 + 100);
+    EXPECT_TRUE(r.specificity(app("x", "Mail", std::string("Re: Devis 42"))));
     EXPECT_FALSE(r.specificity(app("x", "Mail", std::string("Devis à faire"))));
     EXPECT_FALSE(r.regexProblem());
 
     Rule broken = rule(Field::title, "devis(", Op::regex);
     EXPECT_FALSE(broken.specificity(app("x", "Mail", std::string("devis("))));
-    ASSERT_TRUE(broken.regexProblem());
-    EXPECT_NE(broken.regexProblem()->find("Expression régulière invalide"), std::string::npos);
+    EXPECT_TRUE(broken.regexProblem());
     EXPECT_FALSE(rule(Field::title, "devis(", Op::contains).regexProblem());
 }
 
@@ -112,50 +110,52 @@ TEST(RuleMatching, RegexCacheCompilesEachPatternOnceFailuresIncluded) {
 
 TEST(RuleScoring, LegacySiteCoversSubdomainsButNotLookalikes) {
     Rule youtube = rule(Field::domain, "youtube.com");
-    EXPECT_EQ(youtube.specificity(site("youtube.com")), 11 + 400);
-    EXPECT_EQ(youtube.specificity(site("www.youtube.com")), 11 + 300);
+    EXPECT_TRUE(youtube.specificity(site("youtube.com")));
+    EXPECT_TRUE(youtube.specificity(site("www.youtube.com")));
     EXPECT_FALSE(youtube.specificity(site("notyoutube.com")));
     EXPECT_FALSE(youtube.specificity(app("x", "Mail")));
+    // On a sub-domain, a rule naming that sub-domain beats its parent's.
+    Activity music = site("music.youtube.com");
+    EXPECT_GT(*rule(Field::domain, "music.youtube.com").specificity(music), *youtube.specificity(music));
 }
 
 TEST(RuleScoring, LegacyTitlePathAndUrl) {
     Activity a = app("x", "Finder", std::string("Facture ÉTÉ"));
     a.path = "/Users/Moi/Clients/Dupont/devis.pages";
     a.url = "https://Example.com/Board";
-    EXPECT_EQ(rule(Field::title, "facture été").specificity(a), 11 + 100);
+    EXPECT_TRUE(rule(Field::title, "facture été").specificity(a));
     EXPECT_FALSE(rule(Field::title, "facture ete").specificity(a));  // simple rules keep accents
-    EXPECT_EQ(rule(Field::path, "/users/moi/clients/").specificity(a), 19 + 250);
-    EXPECT_EQ(rule(Field::path, "dupont").specificity(a), 6 + 250);   // after a slash
-    EXPECT_FALSE(rule(Field::path, "upont").specificity(a));          // not after a slash
-    EXPECT_EQ(rule(Field::url, "example.com/board").specificity(a), 17 + 350);
+    EXPECT_TRUE(rule(Field::path, "/users/moi/clients/").specificity(a));
+    EXPECT_TRUE(rule(Field::path, "dupont").specificity(a));   // after a slash
+    EXPECT_FALSE(rule(Field::path, "upont").specificity(a));   // not after a slash
+    EXPECT_TRUE(rule(Field::url, "example.com/board").specificity(a));
 }
 
-TEST(RuleScoring, FieldWeightsOrderRules) {
+TEST(RuleScoring, PreciserRulesOutrankLooserOnes) {
     Activity a = site("github.com", std::string("PR #12 · dupont/site"));
-    std::int64_t appScore = *rule(Field::app, "org.mozilla.firefox").specificity(a);
-    std::int64_t siteScore = *rule(Field::domain, "github.com", Op::contains).specificity(a);
-    std::int64_t exactSite = *rule(Field::domain, "github.com", Op::is).specificity(a);
-    EXPECT_EQ(appScore, 200);
-    EXPECT_EQ(siteScore, 310);
-    EXPECT_EQ(exactSite, 410);
-    EXPECT_GT(siteScore, appScore);
-    EXPECT_GT(*rule(Field::title, "dupont/site", Op::contains).specificity(a),
-              *rule(Field::title, "dupont", Op::contains).specificity(a));
+    auto score = [&](const Rule& r) { return *r.specificity(a); };
+    std::int64_t appRule = score(rule(Field::app, "org.mozilla.firefox"));
+    std::int64_t siteRule = score(rule(Field::domain, "github.com", Op::contains));
+    EXPECT_GT(siteRule, appRule);
+    EXPECT_GT(score(rule(Field::domain, "github.com", Op::is)), siteRule);
+    EXPECT_GT(score(rule(Field::title, "dupont/site", Op::contains)), score(rule(Field::title, "dupont", Op::contains)));
     // Characters, not bytes: "é" counts once, composed or decomposed.
-    EXPECT_EQ(rule(Field::title, "été", Op::contains).specificity(app("x", "x", std::string("été"))), 103);
-    EXPECT_EQ(rule(Field::title, "e\xCC\x81t\xC3\xA9", Op::contains).specificity(app("x", "x", std::string("été"))), 103);
+    Activity summer = app("x", "x", std::string("été"));
+    EXPECT_EQ(rule(Field::title, "e\xCC\x81t\xC3\xA9", Op::contains).specificity(summer),
+              rule(Field::title, "été", Op::contains).specificity(summer));
 }
 
-TEST(RuleScoring, ConditionsAllMustHoldAndEachAddsTwenty) {
+TEST(RuleScoring, ConditionsAllMustHoldAndRaiseTheScore) {
     Rule r = rule(Field::domain, "github.com");
     r.conditions = {{Field::title, Op::contains, "dupont"}};
-    EXPECT_EQ(r.specificity(site("github.com", std::string("PR #12 · dupont/site"))), 10 + 400 + 20);
+    Activity pull = site("github.com", std::string("PR #12 · dupont/site"));
+    EXPECT_GT(r.specificity(pull), rule(Field::domain, "github.com").specificity(pull));
     EXPECT_FALSE(r.specificity(site("github.com", std::string("PR #13 · martin/app"))));
     r.conditions.push_back({Field::url, Op::contains, "pull"});
-    EXPECT_FALSE(r.specificity(site("github.com", std::string("PR #12 · dupont/site"))));  // no URL
+    EXPECT_FALSE(r.specificity(pull));  // no URL
     // A damaged row's empty condition disables the rule rather than widening it.
     r.conditions = {{Field::title, Op::contains, ""}};
-    EXPECT_FALSE(r.specificity(site("github.com", std::string("PR #12 · dupont/site"))));
+    EXPECT_FALSE(r.specificity(pull));
 }
 
 class TimedRuleTest : public ::testing::Test {
@@ -174,8 +174,8 @@ TEST_F(TimedRuleTest, DayWindowIsHalfOpen) {
     Rule r = rule(Field::app, "com.apple.dt.xcode");
     r.startMinute = 9 * 60;
     r.endMinute = 12 * 60;
-    EXPECT_EQ(r.specificity(at(3, 9, 0)), 215);
-    EXPECT_EQ(r.specificity(at(3, 11, 59)), 215);
+    EXPECT_TRUE(r.specificity(at(3, 9, 0)));
+    EXPECT_TRUE(r.specificity(at(3, 11, 59)));
     EXPECT_FALSE(r.specificity(at(3, 12, 0)));
     EXPECT_FALSE(r.specificity(at(3, 8, 59)));
 }
@@ -195,7 +195,7 @@ TEST_F(TimedRuleTest, WeekdaysAndWindowTogether) {
     tuesdayMorning.weekdays = {3};  // Tuesday
     tuesdayMorning.startMinute = 8 * 60;
     tuesdayMorning.endMinute = 12 * 60;
-    EXPECT_EQ(tuesdayMorning.specificity(at(3, 10, 0)), 230);
+    EXPECT_TRUE(tuesdayMorning.specificity(at(3, 10, 0)));
     EXPECT_FALSE(tuesdayMorning.specificity(at(4, 10, 0)));  // Wednesday
     EXPECT_FALSE(tuesdayMorning.specificity(at(3, 14, 0)));
     // The restricted rule outranks the same rule without restriction.
@@ -204,11 +204,11 @@ TEST_F(TimedRuleTest, WeekdaysAndWindowTogether) {
 
 TEST(RuleColumns, ConditionsRoundTripAndDamagedTextReadsAsNothing) {
     std::vector<Rule::Condition> conditions{{Field::title, Op::contains, "dupont"}, {Field::url, Op::regex, "a\"b"}};
-    auto json = encodeConditions(conditions);
-    ASSERT_TRUE(json);
-    EXPECT_TRUE(json->starts_with(R"([{"field":"title","op":"contains","pattern":"dupont"},)")) << *json;
-    EXPECT_EQ(decodeConditions(json), conditions);
+    EXPECT_EQ(decodeConditions(encodeConditions(conditions)), conditions);
     EXPECT_FALSE(encodeConditions({}));
+    // Rows written by earlier releases and other machines must still read.
+    EXPECT_EQ(decodeConditions(std::string(R"([{"field":"title","op":"contains","pattern":"dupont"}])")),
+              std::vector<Rule::Condition>{conditions[0]});
     EXPECT_TRUE(decodeConditions(std::string("{not json")).empty());
     EXPECT_TRUE(decodeConditions(std::string(R"({"field":"title"})")).empty());
     EXPECT_TRUE(decodeConditions(std::string(R"([{"field":"title","op":"near","pattern":"x"}])")).empty());
@@ -217,7 +217,7 @@ TEST(RuleColumns, ConditionsRoundTripAndDamagedTextReadsAsNothing) {
 }
 
 TEST(RuleColumns, HoursAndWeekdays) {
-    EXPECT_EQ(encodeHours(540, 720), "540-720");
+    EXPECT_EQ(decodeHours(encodeHours(1320, 120)), std::make_pair(std::optional(1320), std::optional(120)));
     EXPECT_FALSE(encodeHours(540, std::nullopt));
     EXPECT_EQ(decodeHours(std::string("540-720")), std::make_pair(std::optional(540), std::optional(720)));
     EXPECT_EQ(decodeHours(std::string("-540--720-")), std::make_pair(std::optional(540), std::optional(720)));
@@ -226,20 +226,19 @@ TEST(RuleColumns, HoursAndWeekdays) {
     EXPECT_FALSE(decodeHours(std::string("1-2-3")).first);
     EXPECT_FALSE(decodeHours(std::string("99999999999-1")).first);
 
-    EXPECT_EQ(encodeWeekdays({5, 3}), "3,5");
+    EXPECT_EQ(decodeWeekdays(encodeWeekdays({5, 3})), (std::set<int>{3, 5}));
     EXPECT_FALSE(encodeWeekdays({}));
     EXPECT_EQ(decodeWeekdays(std::string("5,,3,x, 4")), (std::set<int>{3, 5}));
     EXPECT_TRUE(decodeWeekdays(std::nullopt).empty());
 }
 
-TEST(RuleColumns, RawValues) {
-    EXPECT_EQ(fieldFromRaw("domain"), Field::domain);
-    EXPECT_FALSE(fieldFromRaw("Domain"));
-    EXPECT_EQ(operatorFromRaw("startsWith"), Op::startsWith);
-    EXPECT_EQ(rawValue(Op::endsWith), "endsWith");
-    testing::ScopedLanguage french("fr");
-    EXPECT_EQ(label(Op::regex), "expression régulière");
-    EXPECT_EQ(simpleLabel(Field::domain), "est ce site ou un sous-domaine");
+// The text tables are indexed by enum value: one out of order would store
+// one field or operator and read back another.
+TEST(RuleColumns, EveryFieldAndOperatorReadsBackAsItself) {
+    for (Field field : {Field::app, Field::domain, Field::title, Field::path, Field::url})
+        EXPECT_EQ(fieldFromRaw(rawValue(field)), field);
+    for (Op op : {Op::contains, Op::is, Op::startsWith, Op::endsWith, Op::regex})
+        EXPECT_EQ(operatorFromRaw(rawValue(op)), op);
 }
 
 } // namespace

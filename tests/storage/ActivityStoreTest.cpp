@@ -117,6 +117,7 @@ TEST_F(ActivityStoreTest, EmptyTable) {
 }
 
 TEST_F(ActivityStoreTest, FingerprintChangesWithEveryEditOfTheRange) {
+    std::string empty = store.fingerprint(0, 1000);
     auto id = add(100, 200, "Editor", Activity::Kind::app, "a");
     std::string base = store.fingerprint(0, 1000);
     EXPECT_EQ(store.fingerprint(0, 1000), base);
@@ -131,7 +132,7 @@ TEST_F(ActivityStoreTest, FingerprintChangesWithEveryEditOfTheRange) {
     add(2000, 2100);  // outside the range
     EXPECT_EQ(store.fingerprint(0, 1000), before);
     store.remove(id);
-    EXPECT_EQ(store.fingerprint(0, 1000), "0-0-0");
+    EXPECT_EQ(store.fingerprint(0, 1000), empty);
 }
 
 TEST_F(ActivityStoreTest, SeveralDevicesNeverCountTheSameMinutesTwice) {

@@ -1,3 +1,4 @@
+#include "classify/Catalog.h"
 #include "storage/Database.h"
 #include "storage/Schema.h"
 #include "testing/TestSupport.h"
@@ -9,9 +10,12 @@ namespace {
 
 using testing::TempDir;
 
-bool hasColumn(Database& db, const std::string& table, const std::string& column) {
-    return db.queryInt("SELECT COUNT(*) FROM pragma_table_info(?) WHERE name = ?", {table, column}) == 1;
+std::string text(Database& db, const std::string& sql) {
+    Statement s = db.prepare(sql);
+    return s.step() ? s.text(0).value_or("") : "";
 }
+
+const std::string schema = "SELECT group_concat(sql, ';') FROM (SELECT sql FROM sqlite_master ORDER BY name)";
 
 // Every older version opens, reaches the current schema and keeps its rows.
 TEST(Migration, EveryOlderVersionReachesCurrentKeepingData) {
@@ -28,14 +32,14 @@ TEST(Migration, EveryOlderVersionReachesCurrentKeepingData) {
             }
         }
         Database db(file);
-        EXPECT_EQ(db.userVersion(), 9);
+        EXPECT_EQ(db.userVersion(), Database::schemaVersion);
         if (version >= 1) {
             EXPECT_EQ(db.queryInt("SELECT COUNT(*) FROM activity WHERE app_name = 'Editor'"), 1);
             // Old rows are stamped with this installation's device and get a uid.
             EXPECT_EQ(db.queryInt("SELECT COUNT(*) FROM activity WHERE device = (SELECT value FROM sync_meta WHERE "
                                   "key = 'device') AND uid IS NOT NULL AND modified IS NOT NULL"),
                       1);
-            EXPECT_EQ(db.queryInt("SELECT COUNT(*) FROM category WHERE uid = 'category:code'"), 1);
+            EXPECT_EQ(db.queryInt("SELECT COUNT(*) FROM category WHERE name = 'Code' AND uid IS NOT NULL"), 1);
         }
         // Categories from before step 3 gain the program's own category and rule.
         std::int64_t expected = version >= 1 && version < 3 ? 1 : 0;
@@ -43,6 +47,8 @@ TEST(Migration, EveryOlderVersionReachesCurrentKeepingData) {
     }
 }
 
+// A database that already had categories is not seeded again, so the program's
+// own time must still find its category, and must not count as a distraction.
 TEST(Migration, OwnCategoryOnlyForDatabasesThatHaveCategories) {
     TempDir dir;
     {
@@ -51,14 +57,11 @@ TEST(Migration, OwnCategoryOnlyForDatabasesThatHaveCategories) {
         Database empty(dir / "without.sqlite", 2);
     }
     Database with(dir / "with.sqlite");
-    Statement s = with.prepare(
-        "SELECT c.color, c.symbol, c.is_distraction, r.field FROM category c JOIN rule r ON r.category_id = c.id "
-        "WHERE c.name = 'Ombrelo' AND r.pattern = 'fr.ombrelo.app'");
-    ASSERT_TRUE(s.step());
-    EXPECT_EQ(s.text(0), "carmine");
-    EXPECT_EQ(s.text(1), "timer");
-    EXPECT_EQ(s.int64(2), 0);
-    EXPECT_EQ(s.text(3), "app");
+    Catalog catalog(with);
+    Activity own;
+    own.bundleID = "fr.ombrelo.app";
+    auto category = catalog.ruleCategory(own);
+    EXPECT_TRUE(category && category->name == "Ombrelo" && !category->isDistraction);
 
     Database without(dir / "without.sqlite");
     EXPECT_EQ(without.queryInt("SELECT COUNT(*) FROM category"), 0);
@@ -94,24 +97,27 @@ TEST(Migration, FormerNameIsRenamed) {
 TEST(Migration, FailedStepRollsBackToPreviousVersion) {
     TempDir dir;
     auto file = dir / "x.sqlite";
+    std::string before;
     {
         Database v5(file, 5);
-        v5.execute("ALTER TABLE rule ADD COLUMN hours TEXT");  // makes step 6's third change fail
+        v5.execute("ALTER TABLE rule ADD COLUMN hours TEXT");  // step 6 adds it too, after other changes
+        before = text(v5, schema);
     }
     EXPECT_THROW(Database{file}, DatabaseError);
     {
         Database v5(file, 5);
         EXPECT_EQ(v5.userVersion(), 5);
-        EXPECT_FALSE(hasColumn(v5, "rule", "operator"));
-        EXPECT_FALSE(hasColumn(v5, "rule", "conditions"));
+        EXPECT_EQ(text(v5, schema), before);
         v5.execute("ALTER TABLE rule DROP COLUMN hours");
     }
     Database repaired(file);
-    EXPECT_EQ(repaired.userVersion(), 9);
-    EXPECT_TRUE(hasColumn(repaired, "rule", "weekdays"));
+    EXPECT_EQ(repaired.userVersion(), Database::schemaVersion);
 }
 
-TEST(Migration, BackFillGivesNaturalIdentityOnceThenRandomUUIDs) {
+// Rows that existed before sync get the identity a new row of the same name
+// gets on another machine, so both machines' copies merge; a second row with
+// the same identity, and rows without one, get unique random ones.
+TEST(Migration, BackFillGivesNaturalIdentityOnceThenUniqueOnes) {
     TempDir dir;
     {
         Database v8(dir / "x.sqlite", 8);
@@ -120,15 +126,15 @@ TEST(Migration, BackFillGivesNaturalIdentityOnceThenRandomUUIDs) {
         v8.run("INSERT INTO focus_session (start, planned_end) VALUES (1, 2)");
     }
     Database db(dir / "x.sqlite");
-    Statement s = db.prepare("SELECT uid FROM category ORDER BY id");
-    ASSERT_TRUE(s.step());
-    EXPECT_EQ(s.text(0), "category:code");
-    ASSERT_TRUE(s.step());
-    EXPECT_EQ(s.text(0)->size(), 36u);  // UUID with dashes
-    auto session = db.prepare("SELECT uid FROM focus_session");
-    ASSERT_TRUE(session.step());
-    EXPECT_EQ(session.text(0)->size(), 36u);
-    EXPECT_EQ(db.queryInt("SELECT COUNT(*) FROM sqlite_master WHERE type = 'index' AND name = 'category_uid'"), 1);
+    Database elsewhere(dir / "new.sqlite");
+    elsewhere.run("INSERT INTO category (name) VALUES ('Code')");
+    std::string first = text(db, "SELECT uid FROM category ORDER BY id");
+    EXPECT_EQ(first, text(elsewhere, "SELECT uid FROM category"));
+    std::string second = text(db, "SELECT uid FROM category ORDER BY id DESC");
+    EXPECT_FALSE(second.empty());
+    EXPECT_NE(second, first);
+    EXPECT_FALSE(text(db, "SELECT uid FROM focus_session").empty());
+    EXPECT_THROW(db.run("UPDATE category SET uid = ? WHERE name = 'code'", {first}), DatabaseError);
 }
 
 } // namespace
