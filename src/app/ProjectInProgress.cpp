@@ -2,6 +2,8 @@
 
 #include "support/Log.h"
 
+#include <utility>
+
 namespace ombrelo {
 
 Claim Claim::of(ProjectStore& projects) {
@@ -16,6 +18,11 @@ bool Claim::sameAs(const Claim& other) const {
 
 ProjectInProgress::ProjectInProgress(ActivityTracker& tracker, Catalog& catalog, ProjectStore& projects, Database& db)
     : tracker_(tracker), catalog_(catalog), projects_(projects), db_(db), seenVersion_(db.dataVersion()) {
+    tracker_.onOpened = [this](const Activity& activity) {
+        // A day-old activity still without its row is past waiting for.
+        claimsByStart_.erase(claimsByStart_.begin(), claimsByStart_.lower_bound(activity.start - 86400));
+        claimsByStart_[activity.start] = Claim::of(projects_);
+    };
     tracker_.onRecorded = [this](const Activity& activity) { recorded(activity); };
 }
 
@@ -24,10 +31,20 @@ bool ProjectInProgress::apply(const Activity& activity, const Claim& claim) {
 }
 
 void ProjectInProgress::recorded(const Activity& activity) {
-    Claim claim = Claim::of(projects_);
-    claimedActivity_ = activity.id;
-    claimed_ = claim;
+    auto began = claimsByStart_.find(activity.start);
+    Claim claim = began != claimsByStart_.end() ? began->second : Claim::of(projects_);
+    const std::optional<Activity>& current = tracker_.current();
+    if (began != claimsByStart_.end() && !(current && current->start == activity.start)) claimsByStart_.erase(began);
     if (!apply(activity, claim)) unwritten_.emplace_back(activity, std::move(claim));
+}
+
+void ProjectInProgress::retryUnwritten() {
+    for (auto waiting = std::exchange(unwritten_, {}); auto& [activity, claim] : waiting) {
+        if (apply(activity, claim)) continue;
+        // A row removed since (shorter than a second) has nothing left to claim.
+        if (db_.queryInt("SELECT COUNT(*) FROM activity WHERE id = ?", {activity.id}).value_or(0) > 0)
+            unwritten_.emplace_back(activity, claim);
+    }
 }
 
 void ProjectInProgress::takeInChanges() {
@@ -41,13 +58,17 @@ void ProjectInProgress::takeInChanges() {
         Log::get("capture")->warn("Lecture impossible : {}", error.description());
     }
 
-    for (auto waiting = std::exchange(unwritten_, {}); auto& [activity, claim] : waiting)
-        if (!apply(activity, claim)) unwritten_.emplace_back(activity, claim);
+    try {
+        retryUnwritten();
+    } catch (const DatabaseError& error) {
+        Log::get("capture")->warn("Lecture impossible : {}", error.description());
+    }
 
     const std::optional<Activity>& current = tracker_.current();
     bool claimable = current && (current->kind == Activity::Kind::app || current->kind == Activity::Kind::privateTime);
-    if (claimable && current->id != 0 && current->id == claimedActivity_ && !Claim::of(projects_).sameAs(claimed_))
-        tracker_.splitNow();
+    if (!claimable) return;
+    auto began = claimsByStart_.find(current->start);
+    if (began != claimsByStart_.end() && !Claim::of(projects_).sameAs(began->second)) tracker_.splitNow();
 }
 
 void ReplayedClaims::recorded(const Activity& activity) { claims_[activity.id] = Claim::of(projects_); }

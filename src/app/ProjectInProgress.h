@@ -11,8 +11,10 @@
 // current activity now: the part before keeps what it had, the part after is
 // recorded anew under the new choice, or falls back to the rules.
 //
-// A claim whose write failed (the database busy) is tried again at the next
-// takeInChanges(). Main loop thread, like the tracker and the stores.
+// An activity is claimed as things stood when it began, even when its row is
+// written later (the database was busy). A claim whose write failed is tried
+// again at the next takeInChanges(). Main loop thread, like the tracker and the
+// stores.
 #pragma once
 
 #include "billing/ProjectStore.h"
@@ -39,7 +41,8 @@ struct Claim {
 
 class ProjectInProgress {
 public:
-    // Installs itself as the tracker's onRecorded. Everything must outlive it.
+    // Installs itself as the tracker's onOpened and onRecorded. Everything must
+    // outlive it.
     ProjectInProgress(ActivityTracker& tracker, Catalog& catalog, ProjectStore& projects, Database& db);
 
     // See above; cheap when nothing changed (one stat of the settings file and
@@ -49,14 +52,17 @@ public:
 private:
     void recorded(const Activity& activity);
     bool apply(const Activity& activity, const Claim& claim);
+    void retryUnwritten();
 
     ActivityTracker& tracker_;
     Catalog& catalog_;
     ProjectStore& projects_;
     Database& db_;
     std::int64_t seenVersion_;
-    std::int64_t claimedActivity_ = 0;  // the last activity recorded, and its claim
-    Claim claimed_;
+    // The claim each activity began with, by its start (rows of one machine
+    // never start together), kept until its row is written; the current
+    // activity's stays for comparison.
+    std::map<Instant, Claim> claimsByStart_;
     std::vector<std::pair<Activity, Claim>> unwritten_;
 };
 

@@ -60,10 +60,10 @@ Database& Session::database() {
     } catch (const NewerDatabaseError&) {
         throw CommandFailure(exitStatus::newerDatabase, newerDatabaseAlert());
     } catch (const DatabaseError& error) {
-        throw CommandFailure(error.busy() ? exitStatus::failure : exitStatus::databaseUnavailable,
+        throw CommandFailure(error.unusableFile() ? exitStatus::databaseUnavailable : exitStatus::failure,
                              openFailureAlert(error.what()));
     } catch (const std::exception& error) {
-        throw CommandFailure(exitStatus::databaseUnavailable, openFailureAlert(error.what()));
+        throw CommandFailure(exitStatus::failure, openFailureAlert(error.what()));
     }
     return *database_;
 }

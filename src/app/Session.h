@@ -29,8 +29,9 @@ inline constexpr int success = 0;
 inline constexpr int usage = 1;
 inline constexpr int failure = 2;
 inline constexpr int newerDatabase = 3;
-// The database cannot be opened (unreadable, damaged, not a database): trying
-// again will not help, so the tracker's service is not restarted for it.
+// The file is not a database, or a damaged one: trying again will not help, so
+// the tracker's service is not restarted for it (a folder not mounted yet, a
+// lock held too long may pass: those are failures).
 inline constexpr int databaseUnavailable = 4;
 } // namespace exitStatus
 
@@ -46,9 +47,9 @@ public:
 
     std::filesystem::path databasePath() const;
     // Opens (creating and migrating) the database. A newer file fails with exit
-    // status 3 and the alert text; a file another process keeps locked with
-    // status 2, any other failure with status 4, both with the "cannot open"
-    // alert.
+    // status 3 and the alert text; a damaged file or one that is no database
+    // with status 4, any other failure with status 2, both with the "cannot
+    // open" alert.
     Database& database();
     ActivityStore& activities();
     Preferences& preferences() { return preferences_; }

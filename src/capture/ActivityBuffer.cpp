@@ -19,6 +19,11 @@ Activity& ActivityBuffer::row(std::int64_t id) {
 
 void ActivityBuffer::updateEnd(std::int64_t id, Instant end) { row(id).end = end; }
 
+bool ActivityBuffer::updateEndIf(std::int64_t id, Instant, Instant end) {
+    updateEnd(id, end);
+    return true;
+}
+
 void ActivityBuffer::remove(std::int64_t id) {
     row(id);
     rows_[id - 1].reset();

@@ -18,6 +18,8 @@ public:
     std::int64_t insert(const Activity& activity) override;
     // Throws std::out_of_range for an id the buffer never gave or removed.
     void updateEnd(std::int64_t id, Instant end) override;
+    // Nobody else writes a buffer: always true.
+    bool updateEndIf(std::int64_t id, Instant expected, Instant end) override;
     void remove(std::int64_t id) override;
 
     // A row as the store wrote it, with the id the session knew it by.

@@ -102,6 +102,8 @@ void ActivityTracker::tick() {
         close(now);
         refresh();
     }
+    // A slow answer from the desktop within this sample is not a gap.
+    lastSeen_ = Sighting{clock_.now(), clock_.uptime()};
 }
 
 void ActivityTracker::sample(Instant now, const std::set<std::string>& holders) {
@@ -203,21 +205,22 @@ void ActivityTracker::open(Activity activity, Instant until) {
     currentDayEnd_ = local::addDays(local::startOfDay(activity.start), 1);
     activity.end = std::min(end, currentDayEnd_);
     current_ = std::move(activity);
+    if (onOpened) onOpened(*current_);
     persistCurrent();
     if (end > currentDayEnd_) extendTo(end);
     refresh();
 }
 
-bool ActivityTracker::persistCurrent() {
-    if (!writer_ || current_->id != 0) return true;
+void ActivityTracker::persistCurrent() {
+    if (!writer_ || current_->id != 0) return;
     try {
         current_->id = writer_->insert(*current_);
     } catch (const std::exception& error) {
         log_->error("Écriture impossible : {} (nouvel essai au prochain échantillon)", error.what());
-        return false;
+        return;
     }
+    writtenEnd_ = current_->end;
     recorded(*current_);
-    return true;
 }
 
 void ActivityTracker::recorded(const Activity& activity) {
@@ -236,39 +239,62 @@ void ActivityTracker::splitAtMidnights(Instant t) {
 void ActivityTracker::extendTo(Instant t) {
     splitAtMidnights(t);
     if (!current_) return;
-    current_->end = std::max(t, current_->start);
+    Instant end = std::max(t, current_->start);
+    current_->end = end;
     if (!writer_) return;
     if (current_->id == 0) {
         persistCurrent();  // the row carries the new end from the start
         return;
     }
     try {
-        writer_->updateEnd(current_->id, current_->end);
+        if (writer_->updateEndIf(current_->id, writtenEnd_, end)) writtenEnd_ = end;
+        else goOnAfterOutsideChange();
     } catch (const std::exception& error) {
         log_->error("Écriture impossible : {}", error.what());  // the next sample writes a later end
     }
 }
 
+void ActivityTracker::goOnAfterOutsideChange() {
+    // The row as it stood is the other program's now: what follows its last
+    // written end is a row of its own, so nothing is counted twice.
+    log_->info("Activité {} modifiée par un autre programme : suite dans une nouvelle ligne", current_->id);
+    Instant end = current_->end;
+    current_ = continuation(*current_, std::min(writtenEnd_, end));
+    current_->end = end;
+    if (onOpened) onOpened(*current_);
+    persistCurrent();
+}
+
 void ActivityTracker::close(Instant at) {
     if (!current_) return;
     splitAtMidnights(at);
-    Activity ending = *current_;
+    current_->end = std::max(at, current_->start);
+    Activity ending = std::move(*current_);
     current_.reset();
-    ending.end = std::max(at, ending.start);
     if (!writer_) return;
     try {
-        if (ending.id == 0) {
-            if (ending.duration() >= shortestKept) {
-                ending.id = writer_->insert(ending);
-                recorded(ending);
-            }
-        } else if (ending.duration() < shortestKept) {
-            writer_->remove(ending.id);
-        } else {
-            writer_->updateEnd(ending.id, ending.end);
-        }
+        writeEnding(ending, writtenEnd_);
     } catch (const std::exception& error) {
         keepForLater(ending, error);
+    }
+}
+
+void ActivityTracker::writeEnding(Activity& ending, std::optional<Instant> written) {
+    if (ending.id == 0) {
+        if (ending.duration() < shortestKept) return;
+        ending.id = writer_->insert(ending);
+        recorded(ending);
+    } else if (ending.duration() < shortestKept) {
+        writer_->remove(ending.id);
+    } else if (!written) {
+        writer_->updateEnd(ending.id, ending.end);
+    } else if (!writer_->updateEndIf(ending.id, *written, ending.end)) {
+        // Changed by another program: what follows its last written end is
+        // a row of its own.
+        Instant end = ending.end;
+        ending = continuation(ending, std::min(*written, end));
+        ending.end = end;
+        writeEnding(ending, std::nullopt);
     }
 }
 
@@ -278,27 +304,19 @@ void ActivityTracker::quit() {
 }
 
 void ActivityTracker::keepForLater(const Activity& ending, const std::exception& error) {
-    log_->error("Clôture impossible : {} (nouvel essai au prochain échantillon)", error.what());
+    log_->error("Écriture impossible : {} (nouvel essai au prochain échantillon)", error.what());
     pending_.push_back(ending);
 }
 
 void ActivityTracker::retryPendingWrites() {
     if (pending_.empty() || !writer_) return;
     std::vector<Activity> waiting = std::exchange(pending_, {});
-    for (std::size_t i = 0; i < waiting.size(); ++i) {
-        Activity& ending = waiting[i];
+    for (auto ending = waiting.begin(); ending != waiting.end(); ++ending) {
         try {
-            if (ending.id == 0) {
-                ending.id = writer_->insert(ending);
-                recorded(ending);
-            } else if (ending.duration() < shortestKept) {
-                writer_->remove(ending.id);
-            } else {
-                writer_->updateEnd(ending.id, ending.end);
-            }
+            writeEnding(*ending, std::nullopt);
         } catch (const std::exception&) {
             // Still failing: keep this one and the rest, in order, for later.
-            pending_.insert(pending_.end(), waiting.begin() + static_cast<std::ptrdiff_t>(i), waiting.end());
+            pending_.assign(ending, waiting.end());
             return;
         }
     }

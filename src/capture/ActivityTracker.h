@@ -15,11 +15,14 @@
 // anything else happens, whatever order the desktop's signals arrive in.
 //
 // It owns no timer: whoever drives it (the tracker's event loop, replay, tests)
-// calls tick() every sampleInterval() seconds and close(now) at quit. It listens
+// calls tick() every sampleInterval() seconds and quit() at the end. It listens
 // to the desktop from start() until it is destroyed.
 //
 // A write that fails (the database busy, say) is logged and kept: the next
 // sample tries it again, so an activity whose insert failed still gets its row.
+// The current row is only extended while it still ends where the tracker left
+// it: changed by another program (manual time put over it), the activity goes
+// on in a new row rather than stretching over the other program's time.
 // Without a writer nothing is written but the published state still follows
 // the user.
 //
@@ -72,6 +75,9 @@ public:
     ActivityTracker(const ActivityTracker&) = delete;
     ActivityTracker& operator=(const ActivityTracker&) = delete;
 
+    // Called with each activity as it begins (before its row is written, which
+    // may be later when the database refuses it for the moment).
+    std::function<void(const Activity&)> onOpened;
     // Called with each activity once it has a row.
     std::function<void(const Activity&)> onRecorded;
     // Called with the idle activity that just ended when the user comes back.
@@ -195,8 +201,9 @@ private:
     // Moves the current activity's end to `t` (split at midnights first) and
     // writes it, inserting the row if its insert had failed.
     void extendTo(Instant t);
-    // Gives the current activity its row when it has none; false on failure.
-    bool persistCurrent();
+    // Gives the current activity its row when it has none (a failure is
+    // logged; the next sample tries again).
+    void persistCurrent();
     void doPause(Instant until, Instant now);
     void doResume(Instant now);
     // Re-reads the settings when their file changed (another process may have
@@ -205,6 +212,14 @@ private:
     // Keeps a write that failed for the next sample: an insert (id 0), an end,
     // or a removal (an activity shorter than a second).
     void keepForLater(const Activity& ending, const std::exception& error);
+    // What ending `ending` takes: its insert when it never got a row (unless it
+    // is shorter than a second), its removal when shorter than a second, else
+    // its end, only over the end last `written` when that is known (another
+    // program may have changed the row since). Throws what the writer throws.
+    void writeEnding(Activity& ending, std::optional<Instant> written);
+    // The current row was changed by another program: the activity goes on in
+    // a new row from the end last written.
+    void goOnAfterOutsideChange();
     void retryPendingWrites();
     void recorded(const Activity& activity);
 
@@ -218,6 +233,7 @@ private:
 
     std::optional<Activity> current_;
     Instant currentDayEnd_ = 0;  // the midnight that ends the current activity's day
+    Instant writtenEnd_ = 0;     // the current row's end as last written
     std::vector<Activity> recent_;
     double todayActive_ = 0;
     std::vector<AppTotal> todayApps_;

@@ -19,6 +19,9 @@ public:
     // Returns the new row's id.
     virtual std::int64_t insert(const Activity& activity) = 0;
     virtual void updateEnd(std::int64_t id, Instant end) = 0;
+    // Moves the end of a row that still ends at `expected`; false when another
+    // program changed or removed it meanwhile (manual time put over it, say).
+    virtual bool updateEndIf(std::int64_t id, Instant expected, Instant end) = 0;
     virtual void remove(std::int64_t id) = 0;
 };
 
@@ -28,6 +31,9 @@ public:
     explicit StoreWriter(ActivityStore& store) : store_(store) {}
     std::int64_t insert(const Activity& activity) override { return store_.insert(activity); }
     void updateEnd(std::int64_t id, Instant end) override { store_.updateEnd(id, end); }
+    bool updateEndIf(std::int64_t id, Instant expected, Instant end) override {
+        return store_.updateEndIf(id, expected, end);
+    }
     void remove(std::int64_t id) override { store_.remove(id); }
 
 private:

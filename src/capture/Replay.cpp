@@ -326,23 +326,28 @@ Instant drive(const std::vector<ReplayEvent>& events, ActivityTracker& tracker, 
 
     applyAt(origin);
     tracker.start();
+    // The first sample after an event sees what the event changed without
+    // telling the tracker (a title, a page, input coming back): never skipped.
+    bool eventSinceSample = true;
+    auto sample = [&] {
+        tracker.tick();
+        ++samples;
+        eventSinceSample = false;
+    };
     while (!quit && next < events.size()) {
         Instant t = events[next].t;
         while (sampleTime() < t) {
             // Until the tracker's next change, a sample would only move the
             // current activity's end, which the next event or sample writes anyway.
             Instant change = tracker.nextChange();
-            if (change > sampleTime()) samples = firstSampleFrom(std::min(change, t));
+            if (!eventSinceSample && change > sampleTime()) samples = firstSampleFrom(std::min(change, t));
             if (sampleTime() >= t) break;
             clock.set(sampleTime());
-            tracker.tick();
-            ++samples;
+            sample();
         }
         applyAt(t);
-        if (!quit && sampleTime() == t) {
-            tracker.tick();
-            ++samples;
-        }
+        eventSinceSample = true;
+        if (!quit && sampleTime() == t) sample();
     }
     return clock.now();
 }

@@ -176,14 +176,24 @@ std::optional<std::vector<std::int64_t>> Workspace::addManual(Instant start, Ins
 std::vector<Activity> Workspace::countedUnder(Instant start, Instant end) {
     std::vector<Activity> counted;
     if (!store_ || demo_) return counted;
-    for (Activity& activity : store_->activities(start, end))
+    for (Activity& activity : recordedHere(start, end))
         if (activity.kind != Activity::Kind::idle) counted.push_back(std::move(activity));
     return counted;
 }
 
+std::vector<Activity> Workspace::recordedHere(Instant start, Instant end) {
+    // Other machines' rows meet this one's in the device merge, not here.
+    std::optional<std::string> here;
+    Statement device = store_->database().prepare("SELECT value FROM sync_meta WHERE key = 'device'");
+    if (device.step()) here = device.text(0);
+    std::vector<Activity> rows = store_->activities(start, end);
+    std::erase_if(rows, [&](const Activity& row) { return row.device && here && row.device != here; });
+    return rows;
+}
+
 void Workspace::cutOut(Instant start, Instant end, bool countedTimeToo) {
     Database& db = store_->database();
-    for (const Activity& row : store_->activities(start, end)) {
+    for (const Activity& row : recordedHere(start, end)) {
         if (row.kind != Activity::Kind::idle && !countedTimeToo) continue;
         if (db.queryInt("SELECT COUNT(*) FROM billing WHERE activity_id = ? AND status IN ('billed', 'paid')",
                         {row.id})

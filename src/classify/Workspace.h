@@ -91,7 +91,7 @@ public:
     std::optional<std::vector<std::int64_t>> addManual(Instant start, Instant end, std::string_view label,
                                                        std::optional<std::int64_t> projectID,
                                                        Overlap overlap = Overlap::refuse);
-    // The counted (non-idle) activities of this machine's records that overlap
+    // The counted (non-idle) activities this machine recorded that overlap
     // [start, end): what manual time there would count twice.
     std::vector<Activity> countedUnder(Instant start, Instant end);
 
@@ -148,6 +148,8 @@ private:
     // mark. Throws
     // DatabaseError for billed or paid time, which is never cut.
     void cutOut(Instant start, Instant end, bool countedTimeToo);
+    // This machine's rows overlapping [start, end), whole.
+    std::vector<Activity> recordedHere(Instant start, Instant end);
     // Re-reads the stores and empties the cache when another connection has
     // committed since the last look.
     void takeInOtherWrites();

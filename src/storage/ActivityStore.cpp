@@ -74,6 +74,14 @@ void ActivityStore::updateEnd(std::int64_t id, Instant end) {
     if (start.step()) longest_ = std::max(longest_, end - start.real(0));
 }
 
+bool ActivityStore::updateEndIf(std::int64_t id, Instant expected, Instant end) {
+    db_.run("UPDATE activity SET end = ? WHERE id = ? AND end = ?", {end, id, expected});
+    if (db_.changes() == 0) return false;
+    Statement start = db_.prepare("SELECT start FROM activity WHERE id = ?", {id});
+    if (start.step()) longest_ = std::max(longest_, end - start.real(0));
+    return true;
+}
+
 void ActivityStore::updateStart(std::int64_t id, Instant start) {
     db_.run("UPDATE activity SET start = ? WHERE id = ?", {start, id});
 }

@@ -39,6 +39,9 @@ public:
     // Returns the new row id.
     std::int64_t insert(const Activity& activity);
     void updateEnd(std::int64_t id, Instant end);
+    // updateEnd for a row that still ends at `expected`; false (nothing
+    // written) when it ends elsewhere or is gone.
+    bool updateEndIf(std::int64_t id, Instant expected, Instant end);
     // Moves a row's start later (a stretch cut out of its beginning).
     void updateStart(std::int64_t id, Instant start);
     // Rewrites application, title, site, kind, path and address; times untouched.

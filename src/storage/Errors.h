@@ -16,8 +16,8 @@ public:
     explicit DatabaseError(const std::string& description, int code = 0)
         : std::runtime_error(description.empty() ? "erreur inconnue" : description), code_(code) {}
     std::string description() const { return what(); }
-    // Another connection held the lock too long: trying again later may work.
-    bool busy() const { return (code_ & 0xff) == 5 /* SQLITE_BUSY */ || (code_ & 0xff) == 6 /* SQLITE_LOCKED */; }
+    // The file is not a database or is damaged: trying again will not help.
+    bool unusableFile() const { return (code_ & 0xff) == 26 /* SQLITE_NOTADB */ || (code_ & 0xff) == 11 /* SQLITE_CORRUPT */; }
 
 private:
     int code_;

@@ -50,11 +50,15 @@ TEST(StatusCommand, NewerDatabaseIsRefusedUntouchedWithExitThree) {
     EXPECT_EQ(testing::readFile(file), before);
 }
 
-TEST(StatusCommand, OpeningFailureExitsFourWithTheAlert) {
+TEST(StatusCommand, OpeningFailuresExitWithTheAlert) {
     testing::TempDir home;
     std::filesystem::create_directories(home / "folder.sqlite");
     auto result = runOmbrelo(home.path(), {"--db", (home / "folder.sqlite").string(), "status"}, {"LANG=fr_FR.UTF-8"});
-    EXPECT_EQ(result.status, 4);
+    EXPECT_EQ(result.status, 2) << "a folder may become a file: worth another try";
+    testing::writeFile(home / "notes.sqlite", std::string(4096, 'x'));
+    auto notADatabase = runOmbrelo(home.path(), {"--db", (home / "notes.sqlite").string(), "status"});
+    EXPECT_EQ(notADatabase.status, 4) << notADatabase.err;
+    EXPECT_EQ(testing::readFile(home / "notes.sqlite"), std::string(4096, 'x'));
     EXPECT_NE(result.err.find("Ombrelo ne peut pas ouvrir sa base de données"), std::string::npos);
     EXPECT_NE(result.err.find("Le suivi est désactivé. Détail : "), std::string::npos);
 }

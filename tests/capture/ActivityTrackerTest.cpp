@@ -426,6 +426,29 @@ TEST_F(TrackerTest, aFailedWriteIsRetriedSoNoActivityIsLost) {
     EXPECT_EQ(activities[2].end, at(9, 1, 17));
 }
 
+// Another program changes the row being recorded (manual time put over its
+// end): the tracker goes on in a new row instead of stretching it back.
+TEST_F(TrackerTest, aRowChangedByAnotherProgramIsNotStretchedOverItsTime) {
+    startWith(window("code", "Code"));
+    sampleFor(60);
+    std::int64_t id = tracker.current()->id;
+    Database other{db.path()};
+    ActivityStore otherStore{other};
+    other.run("UPDATE activity SET end = ? WHERE id = ?", {at(9, 0, 30), id});
+    otherStore.insert({0, at(9, 0, 30), at(9, 1), std::nullopt, "Réunion", std::nullopt, std::nullopt,
+                       Activity::Kind::manual});
+    sampleFor(30);
+    tracker.quit();
+
+    auto activities = rows();
+    ASSERT_EQ(activities.size(), 3u);
+    EXPECT_EQ(activities[0].end, at(9, 0, 30)) << "left as the other program made it";
+    EXPECT_EQ(activities[1].appName, "Réunion");
+    EXPECT_EQ(activities[2].appName, "Code");
+    EXPECT_EQ(activities[2].start, at(9, 1));
+    EXPECT_EQ(activities[2].end, at(9, 1, 30));
+}
+
 // The machine went to sleep (or the process was stopped) without a word from
 // the desktop beforehand. Whatever reaches the tracker first afterwards, the
 // night is a gap: the activity ends at the last sample before it.

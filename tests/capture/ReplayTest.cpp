@@ -230,6 +230,26 @@ TEST_F(ReplayTest, aGapOfYearsIsSkippedWithoutChangingTheRows) {
     EXPECT_EQ(outcome.written, static_cast<std::int64_t>(activities.size()));
 }
 
+// What an event changes without telling the tracker is seen at the first
+// sample after it, however far the next change is.
+TEST_F(ReplayTest, theSampleAfterAnEventIsNeverSkipped) {
+    replay(R"({"t": "2025-01-06T09:00:00", "front": {"name": "Code", "title": "a.cpp"}}
+{"t": "2025-01-06T09:00:02", "title": "b.cpp"}
+{"t": "2025-01-06T09:01:00", "away": true}
+{"t": "2025-01-06T09:30:02", "back": true}
+{"t": "2025-01-06T09:40:00", "quit": true}
+)");
+    auto at = [](int minute, int second) { return local::make(2025, 1, 6, 9, minute, second); };
+    std::vector<Activity> activities = rows();
+    ASSERT_EQ(activities.size(), 4u) << ::testing::PrintToString(lines());
+    EXPECT_EQ(activities[0].end, at(0, 5)) << "the new title at the next sample";
+    EXPECT_EQ(activities[1].title, "b.cpp");
+    EXPECT_EQ(activities[2].kind, Activity::Kind::idle);
+    EXPECT_EQ(activities[2].start, at(1, 0));
+    EXPECT_EQ(activities[2].end, at(30, 5)) << "back at the first sample after input resumed";
+    EXPECT_EQ(activities[3].end, at(40, 0));
+}
+
 // The real binary: the count it prints and the rows it leaves.
 TEST(ReplayCommand, printsTheCountAndWritesTheRows) {
     TempDir home;

@@ -72,7 +72,8 @@ protected:
     }
 
     void TearDown() override {
-        if (fs::is_regular_file(database)) expectActivityInvariants(database);
+        if (fs::is_regular_file(database) && readFile(database).rfind("SQLite format 3", 0) == 0)
+            expectActivityInvariants(database);
     }
 
     std::vector<std::string> environment() const {
@@ -262,8 +263,7 @@ TEST_F(RunCommandTest, StartUpFailuresThatRetryingCannotMendHaveTheirOwnStatus) 
     EXPECT_EQ(newer.status, 3) << newer.err;
     EXPECT_NE(newer.err.find("newer version"), std::string::npos) << newer.err;
 
-    fs::remove(database);
-    fs::create_directories(database);  // a folder where the file should be
+    writeFile(database, std::string(4096, 'x'));  // not a database
     CommandResult unopenable = runOmbrelo(home.path(), {"run"}, environment());
     EXPECT_EQ(unopenable.status, 4) << unopenable.err;
     EXPECT_NE(unopenable.err.find("cannot open its database"), std::string::npos) << unopenable.err;

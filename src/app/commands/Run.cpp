@@ -159,7 +159,11 @@ void track(Session& session) {
 
     stop.async_wait([&](std::error_code error, int signal) {
         if (error) return;
+        // The last writes may wait their turn: nothing else runs any more.
+        db.setBusyTimeout(5000);
         tracker.quit();
+        if (tracker.unsavedWrites() > 0)
+            log->error("{} écriture(s) perdue(s) : la base est restée occupée", tracker.unsavedWrites());
         log->info("Suivi arrêté (signal {})", signal);
         io.stop();
     });

@@ -44,8 +44,6 @@ FolderWatch::FolderWatch(asio::io_context& io, const fs::path& folder, std::vect
 
 FolderWatch::~FolderWatch() = default;
 
-bool FolderWatch::watching() const { return parts_->descriptor.is_open(); }
-
 void FolderWatch::wait() {
     parts_->descriptor.async_wait(asio::posix::stream_descriptor::wait_read, [this](std::error_code error) {
         if (error) return;  // cancelled: the watch is going away
@@ -62,6 +60,7 @@ void FolderWatch::readEvents() {
         if (length <= 0) break;
         for (char* at = buffer; at < buffer + length;) {
             auto* event = reinterpret_cast<inotify_event*>(at);
+            relevant |= (event->mask & IN_Q_OVERFLOW) != 0;  // events were lost: look anyway
             if (event->len > 0) {
                 std::string name(event->name);
                 relevant |= std::find(parts_->fileNames.begin(), parts_->fileNames.end(), name) !=

@@ -29,8 +29,6 @@ public:
     FolderWatch(const FolderWatch&) = delete;
     FolderWatch& operator=(const FolderWatch&) = delete;
 
-    bool watching() const;
-
 private:
     struct Parts;
     void wait();

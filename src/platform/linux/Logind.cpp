@@ -43,9 +43,11 @@ Logind::Logind(Bus& bus, const std::optional<std::string>& sessionID) : bus_(bus
     if (!bus_.hasOwner(service)) return;
     sd_bus_slot* slot = nullptr;
     if (sd_bus_match_signal(bus_.get(), &slot, service, managerPath, managerInterface, "PrepareForSleep",
-                            &Signals::sleep, this) >= 0)
+                            &Signals::sleep, this) >= 0) {
         sleepMatch_.reset(slot);
-    takeSleepDelay();
+        // Only while PrepareForSleep is heard, or nothing would release it.
+        takeSleepDelay();
+    }
 
     auto path = findSession(sessionID);
     if (!path) return;
