@@ -4,6 +4,7 @@
 #include "storage/ActivityStore.h"
 #include "storage/Database.h"
 #include "support/LocalTime.h"
+#include "testing/BillingInvariant.h"
 #include "testing/TestSupport.h"
 
 #include <gtest/gtest.h>
@@ -25,6 +26,9 @@ protected:
     std::string file = (home / "ombrelo.sqlite").string();
     std::int64_t refonte = 0;
     std::vector<std::int64_t> refonteIDs;
+
+    // Whatever the commands did, amounts still add up day by day.
+    void TearDown() override { testing::expectBillingAddsUp(file); }
 
     void SetUp() override {
         Database db{file};

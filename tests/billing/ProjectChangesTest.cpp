@@ -5,6 +5,7 @@
 #include "billing/ProjectChanges.h"
 #include "storage/ActivityStore.h"
 #include "support/LocalTime.h"
+#include "testing/BillingInvariant.h"
 #include "testing/TestSupport.h"
 
 #include <gtest/gtest.h>
@@ -19,6 +20,8 @@ protected:
     testing::TempDir dir;
     Database db{dir / "ombrelo.sqlite"};
     Preferences preferences{dir / "settings.json"};
+
+    void TearDown() override { testing::expectBillingAddsUp(db.path()); }
     ManualClock clock{local::make(2026, 3, 10, 12, 0)};
     ProjectStore store{db, preferences, clock};
     ActivityStore activities{db};
