@@ -99,6 +99,19 @@ protected:
                                               home / "tracker.log");
     }
 
+    // The editor in front and a tracker sampling every 0.2 s, its first row
+    // already longer than a second (closing a shorter one would delete it).
+    std::unique_ptr<ChildProcess> startTrackingTheEditor() {
+        writeFile(home / "config/ombrelo/settings.json", R"({"language": "en", "idleSeconds": 600})");
+        inFront.emplace(*server, TestWindow::Properties{.instance = "exampleedit", .className = "ExampleEdit",
+                                                        .utf8Title = "Draft"});
+        inFront->activate();
+        auto tracker = startTracker({"OMBRELO_SAMPLE_SECONDS=0.2"});
+        waitForRows([](const auto& list) { return list.size() == 1 && list[0].end - list[0].start > 1.5; },
+                    "a first row longer than a second");
+        return tracker;
+    }
+
     CommandResult command(const std::vector<std::string>& arguments) {
         return runOmbrelo(home.path(), arguments, {"OMBRELO_DB=" + database.string()});
     }
@@ -120,6 +133,7 @@ protected:
 
     XServer* server = nullptr;
     TempDir home;
+    std::optional<TestWindow> inFront;
     fs::path database = home / "data/ombrelo/test.sqlite";
     PrivateBus systemBus, sessionBus;
 };
@@ -276,13 +290,7 @@ TEST_F(RunCommandTest, StartUpFailuresThatRetryingCannotMendHaveTheirOwnStatus) 
 // records nothing for the time it did not run.
 TEST_F(RunCommandTest, AFrozenTrackerDoesNotRecordTheTimeItDidNotRun) {
     StandInLogind logind(systemBus.address());
-    writeFile(home / "config/ombrelo/settings.json", R"({"language": "en", "idleSeconds": 600})");
-    TestWindow editor(*server, {.instance = "exampleedit", .className = "ExampleEdit", .utf8Title = "Draft"});
-    editor.activate();
-    auto tracker = startTracker({"OMBRELO_SAMPLE_SECONDS=0.2"});
-    // Longer than a second, or closing it would delete it.
-    waitForRows([](const auto& list) { return list.size() == 1 && list[0].end - list[0].start > 1.5; },
-                "a row extended by samples");
+    auto tracker = startTrackingTheEditor();
 
     ::kill(tracker->pid(), SIGSTOP);
     double frozenAt = wallClock();
@@ -304,12 +312,7 @@ TEST_F(RunCommandTest, AFrozenTrackerDoesNotRecordTheTimeItDidNotRun) {
 // machine sleeps, and nothing is recorded until it wakes.
 TEST_F(RunCommandTest, SleepWaitsUntilTheActivityIsClosed) {
     StandInLogind logind(systemBus.address());
-    writeFile(home / "config/ombrelo/settings.json", R"({"language": "en", "idleSeconds": 600})");
-    TestWindow editor(*server, {.instance = "exampleedit", .className = "ExampleEdit", .utf8Title = "Draft"});
-    editor.activate();
-    auto tracker = startTracker({"OMBRELO_SAMPLE_SECONDS=0.2"});
-    waitForRows([](const auto& list) { return list.size() == 1 && list[0].end - list[0].start > 1.5; },
-                "a row longer than a second");
+    auto tracker = startTrackingTheEditor();
     ASSERT_TRUE(eventually([&] { return logind.heldSleepDelays() == 1; })) << log();
 
     double sleepAt = wallClock();
@@ -416,13 +419,13 @@ TEST_F(RunCommandTest, WorkAndStopCutTheActivityInProgressAtOnce) {
 
     // An archived project stops claiming time at once too.
     tracker = startTracker();
-    waitForRows([](const auto& list) { return list.size() == 4; }, "a row after restart");
+    waitForRows([](const auto& rows) { return rows.size() == 4; }, "a row after restart");
     std::this_thread::sleep_for(1200ms);
     ASSERT_EQ(command({"work", "Refonte"}).status, 0);
-    waitForRows([](const auto& list) { return list.size() == 5; }, "a cut when work is given");
+    waitForRows([](const auto& rows) { return rows.size() == 5; }, "a cut when work is given");
     std::this_thread::sleep_for(1200ms);
     ASSERT_EQ(command({"projects", "archive", "Refonte"}).status, 0);
-    waitForRows([](const auto& list) { return list.size() == 6; }, "a cut when the project is archived");
+    waitForRows([](const auto& rows) { return rows.size() == 6; }, "a cut when the project is archived");
     std::this_thread::sleep_for(1200ms);
     EXPECT_EQ(tracker->stop(SIGTERM), 0);
     EXPECT_EQ(sqlText(database, "SELECT COUNT(*) FROM assignment WHERE activity_id = (SELECT id FROM activity "
