@@ -332,11 +332,14 @@ void ActivityTracker::checkpoint(Instant now) {
 void ActivityTracker::checkTitle(Instant now) {
     if (!current_ || current_->kind == Activity::Kind::idle) return;
     std::optional<FrontApp> front = desktop_.frontmostApp();
-    if (!front || !isSameApp(*front, *current_)) return;
+    if (front && isSameApp(*front, *current_)) followDetails(*front, now);
+}
+
+void ActivityTracker::followDetails(const FrontApp& front, Instant now) {
     // A private activity stays one row while the rules still exclude it: its
     // details are cleared on both sides. The document path alone does not
     // split: it is not reliably reported.
-    Activity fresh = describe(*front);
+    Activity fresh = describe(front);
     if (fresh.title != current_->title || fresh.domain != current_->domain || fresh.url != current_->url ||
         fresh.kind != current_->kind)
         switchTo(std::move(fresh), now);
@@ -350,7 +353,7 @@ void ActivityTracker::followFront(Instant now) {
     } else if (!isSameApp(*front, *current_)) {
         begin(*front, now);  // an activation the desktop did not announce
     } else {
-        checkTitle(now);
+        followDetails(*front, now);
     }
 }
 

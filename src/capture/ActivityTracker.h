@@ -196,6 +196,9 @@ private:
     // Follows the front window: nothing in front closes the current activity,
     // another application or a new title or page opens a new one.
     void followFront(Instant now);
+    // Starts a new activity when `front` (the current activity's application)
+    // shows another title, page or privacy.
+    void followDetails(const FrontApp& front, Instant now);
     // Cuts the current activity at each midnight before `t`.
     void splitAtMidnights(Instant t);
     // Moves the current activity's end to `t` (split at midnights first) and

@@ -68,17 +68,20 @@ std::int64_t ActivityStore::insert(const Activity& a) {
                     std::string(rawValue(a.kind)), sqlText(a.path), sqlText(a.url)});
 }
 
-void ActivityStore::updateEnd(std::int64_t id, Instant end) {
-    db_.run("UPDATE activity SET end = ? WHERE id = ?", {end, id});
+void ActivityStore::raiseLongest(std::int64_t id, Instant end) {
     Statement start = db_.prepare("SELECT start FROM activity WHERE id = ?", {id});
     if (start.step()) longest_ = std::max(longest_, end - start.real(0));
+}
+
+void ActivityStore::updateEnd(std::int64_t id, Instant end) {
+    db_.run("UPDATE activity SET end = ? WHERE id = ?", {end, id});
+    raiseLongest(id, end);
 }
 
 bool ActivityStore::updateEndIf(std::int64_t id, Instant expected, Instant end) {
     db_.run("UPDATE activity SET end = ? WHERE id = ? AND end = ?", {end, id, expected});
     if (db_.changes() == 0) return false;
-    Statement start = db_.prepare("SELECT start FROM activity WHERE id = ?", {id});
-    if (start.step()) longest_ = std::max(longest_, end - start.real(0));
+    raiseLongest(id, end);
     return true;
 }
 

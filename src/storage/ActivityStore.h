@@ -66,6 +66,8 @@ public:
 
 private:
     double lowerBound(Instant from) const { return from - longest_ - 1; }
+    // Keeps `longest` at least as long as row `id` once it ends at `end`.
+    void raiseLongest(std::int64_t id, Instant end);
     std::vector<Activity> readActivities(Statement& statement);
 
     Database& db_;

@@ -27,6 +27,22 @@ protected:
     ScriptedDesktop desktop{clock, privacy};
     ActivityTracker tracker{&store, desktop, clock, preferences};
 
+    // A tracker of its own on a fresh file, with Code in front from `start`,
+    // for tests that play one scenario several ways.
+    struct Rig {
+        Rig(Instant start, const PrivacyRules& privacy, Preferences& preferences)
+            : time(start), screen(time, privacy), loop(&activities, screen, time, preferences) {
+            screen.bringToFront(window("code", "Code"));
+            loop.start();
+        }
+        TempDir folder;
+        Database database{folder / "rig.sqlite"};
+        ActivityStore activities{database};
+        ManualClock time;
+        ScriptedDesktop screen;
+        ActivityTracker loop;
+    };
+
     // Whatever a test does, the rows it leaves keep the activity table's rules.
     void TearDown() override { testing::expectActivityInvariants(db.path()); }
 
@@ -74,25 +90,18 @@ TEST_F(TrackerTest, idleCutsBackToTheLastInputAtThreshold) {
     for (double setting : {-1.0, 0.0}) {  // absent, then stored as 0: both mean 300 s
         SCOPED_TRACE(setting);
         if (setting == 0) preferences.set(settings::idleSeconds.name, 0.0);
-        TempDir folder;
-        Database database{folder / "idle.sqlite"};
-        ActivityStore activities{database};
-        ManualClock time{at(9, 0)};
-        ScriptedDesktop screen{time, privacy};
-        ActivityTracker loop{&activities, screen, time, preferences};
-        screen.bringToFront(window("code", "Code"));
-        loop.start();
+        Rig rig{at(9, 0), privacy, preferences};
 
-        time.advance(60);
-        loop.tick();
-        screen.inputStopped(at(9, 1));
-        time.set(at(9, 1) + 299);
-        loop.tick();
-        EXPECT_EQ(loop.current()->appName, "Code") << "299 s without input is not yet absence";
+        rig.time.advance(60);
+        rig.loop.tick();
+        rig.screen.inputStopped(at(9, 1));
+        rig.time.set(at(9, 1) + 299);
+        rig.loop.tick();
+        EXPECT_EQ(rig.loop.current()->appName, "Code") << "299 s without input is not yet absence";
 
-        time.set(at(9, 1) + 300);
-        loop.tick();
-        auto rows = activities.activities(0, 1e10);
+        rig.time.set(at(9, 1) + 300);
+        rig.loop.tick();
+        auto rows = rig.activities.activities(0, 1e10);
         ASSERT_EQ(rows.size(), 2u);
         EXPECT_EQ(rows[0].end, at(9, 1)) << "cut back to the last input";
         EXPECT_EQ(rows[1].kind, Activity::Kind::idle);
@@ -466,31 +475,24 @@ TEST_F(TrackerTest, timeTheProcessDidNotRunIsAGapWhateverArrivesFirst) {
     };
     for (const auto& [name, firstAfterwards] : orders) {
         SCOPED_TRACE(name);
-        TempDir folder;
-        Database database{folder / "gap.sqlite"};
-        ActivityStore activities{database};
-        ManualClock time{at(22, 0)};
-        ScriptedDesktop screen{time, privacy};
-        ActivityTracker loop{&activities, screen, time, preferences};
-        screen.bringToFront(window("code", "Code"));
-        loop.start();
+        Rig rig{at(22, 0), privacy, preferences};
         for (int i = 0; i < 12; ++i) {
-            time.advance(5);
-            loop.tick();
+            rig.time.advance(5);
+            rig.loop.tick();
         }
-        time.passFrozen(9 * 3600);  // 22:01 to 07:01, the process frozen
-        firstAfterwards(screen);
+        rig.time.passFrozen(9 * 3600);  // 22:01 to 07:01, the process frozen
+        firstAfterwards(rig.screen);
         for (int i = 0; i < 6; ++i) {
-            time.advance(5);
-            loop.tick();
+            rig.time.advance(5);
+            rig.loop.tick();
         }
-        loop.quit();
+        rig.loop.quit();
 
-        auto rows = activities.activities(0, 1e10);
+        auto rows = rig.activities.activities(0, 1e10);
         ASSERT_FALSE(rows.empty());
         EXPECT_EQ(rows[0].end, at(22, 1));
         for (std::size_t i = 1; i < rows.size(); ++i) EXPECT_GE(rows[i].start, at(22, 1) + 9 * 3600) << i;
-        testing::expectActivityInvariants(database.path());
+        testing::expectActivityInvariants(rig.database.path());
     }
 }
 
