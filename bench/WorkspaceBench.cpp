@@ -197,7 +197,7 @@ BENCHMARK(YearItemsCold)->Unit(benchmark::kMillisecond);
 
 void YearSummary(benchmark::State& state) {
     Model model;
-    std::vector<Classified> items = model.workspace->items(yearStart, local::addDays(yearStart, 365));
+    ClassifiedList items = model.workspace->items(yearStart, local::addDays(yearStart, 365));
     for (auto _ : state) benchmark::DoNotOptimize(Insights::summary(items));
     state.counters["items"] = static_cast<double>(items.size());
 }
@@ -205,7 +205,7 @@ BENCHMARK(YearSummary)->Unit(benchmark::kMillisecond);
 
 void BusyDayBlocks(benchmark::State& state) {
     Model model;
-    std::vector<Classified> items = model.workspace->items(yearStart, local::addDays(yearStart, 365));
+    ClassifiedList items = model.workspace->items(yearStart, local::addDays(yearStart, 365));
     std::map<Instant, std::vector<Classified>> days;
     for (const Classified& item : items) days[local::startOfDay(item.activity.start)].push_back(item);
     const std::vector<Classified>* busiest = &days.begin()->second;
@@ -221,7 +221,7 @@ void YearBillingTotals(benchmark::State& state) {
     Model model;
     BillingStore billing(model.db, model.clock);
     Instant end = local::addDays(yearStart, 365);
-    std::vector<Classified> items = model.workspace->items(yearStart, end);
+    ClassifiedList items = model.workspace->items(yearStart, end);
     BillingTotals totals;
     for (auto _ : state) totals = BillingTotals::compute(items, billing.statuses(items), yearStart, end);
     state.counters["toBillEUR"] = static_cast<double>(totals.toBillCents) / 100;

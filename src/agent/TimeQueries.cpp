@@ -97,7 +97,11 @@ TimeQueries::TimeQueries(Workspace& workspace, ProjectStore& projects, Clock& cl
 
 SummaryReport TimeQueries::summary(const json& arguments) {
     Period range = period(arguments, clock_.now());
-    return {range, Insights::summary(workspace_.items(range.start, range.end))};
+    SummaryBuilder totals;
+    workspace_.eachDay(range.start, range.end, [&](const ClassifiedList::Run& day) {
+        for (const Classified& item : *day) totals.add(item);
+    });
+    return {range, std::move(totals).take()};
 }
 
 TimelineReport TimeQueries::timeline(const json& arguments) {
@@ -122,7 +126,13 @@ SearchReport TimeQueries::search(const json& arguments) {
     }
 
     Instant now = clock_.now();
-    std::vector<Classified> found = workspace_.search(report.query, daysBefore(now, report.days), now);
+    Instant from = daysBefore(now, report.days);
+    std::vector<Classified> found = workspace_.search(report.query, from, now);
+    report.matchedActivities = found.size();
+    if (found.size() >= static_cast<std::size_t>(Workspace::searchLimit)) {
+        report.matchedActivities = std::max(found.size(), workspace_.searchCount(report.query, from, now));
+        if (report.cut()) report.countedFrom = found.back().activity.start;
+    }
 
     // One entry per (title, application, project), in order of first appearance.
     std::unordered_map<std::string, std::size_t> index;
@@ -144,7 +154,7 @@ SearchReport TimeQueries::search(const json& arguments) {
     return report;
 }
 
-json TimeQueries::label(const std::optional<Project>& project) const {
+json TimeQueries::label(const std::shared_ptr<const Project>& project) const {
     return project ? json(projects_.label(project)) : json(nullptr);
 }
 
@@ -203,11 +213,15 @@ json TimeQueries::toJSON(const SearchReport& report) const {
                            {"app", match.app},
                            {"minutes", wholeMinutes(match.seconds)},
                            {"project", label(match.project)}});
+    // The last three keys say whether the totals count every match.
     return {{"query", report.query},
             {"days", report.days},
             {"total_minutes", wholeMinutes(report.seconds)},
             {"activity_ids", report.activityIDs},
-            {"matches", matches}};
+            {"matches", matches},
+            {"truncated", report.cut()},
+            {"matched_activities", report.matchedActivities},
+            {"counted_from", report.countedFrom ? json(local::formatDay(*report.countedFrom)) : json(nullptr)}};
 }
 
 } // namespace ombrelo

@@ -70,15 +70,21 @@ struct SearchMatch {
     std::string title;  // the window title, else the site or application
     std::string app;
     double seconds = 0;
-    std::optional<Project> project;
+    std::shared_ptr<const Project> project;
 };
 
 struct SearchReport {
     std::string query;  // trimmed
     int days = 30;      // the window actually searched, in days back from now
     double seconds = 0;
-    std::vector<std::int64_t> activityIDs;  // every matching activity, newest first
+    std::vector<std::int64_t> activityIDs;  // the matching activities counted, newest first
     std::vector<SearchMatch> matches;       // grouped, largest first, at most maxMatches
+    // Every match of the window. A search counts only the newest
+    // Workspace::searchLimit of them; past that, the totals above are short.
+    std::size_t matchedActivities = 0;
+    std::optional<Instant> countedFrom;  // when cut: the start of the oldest activity counted
+
+    bool cut() const { return matchedActivities > activityIDs.size(); }
 };
 
 class TimeQueries {
@@ -105,7 +111,7 @@ public:
     nlohmann::json searchActivity(const nlohmann::json& arguments) { return toJSON(search(arguments)); }
 
 private:
-    nlohmann::json label(const std::optional<Project>& project) const;
+    nlohmann::json label(const std::shared_ptr<const Project>& project) const;
 
     Workspace& workspace_;
     ProjectStore& projects_;

@@ -14,6 +14,34 @@ std::size_t width(std::string_view text) {
 }
 } // namespace
 
+void jsonWithList(nlohmann::json document, std::string_view listKey, std::size_t count,
+                  const std::function<nlohmann::json(std::size_t)>& item, std::ostream& out) {
+    if (count == 0) {
+        document[std::string(listKey)] = nlohmann::json::array();
+        json(document, out);
+        return;
+    }
+    // The document printed around a marker, then the items where it stands,
+    // each indented one level deeper than the list's key.
+    constexpr std::string_view marker = R"("\u0001list\u0001")";
+    document[std::string(listKey)] = "\x01list\x01";
+    std::string text = document.dump(2);
+    std::size_t at = text.find(marker);
+    std::size_t lineStart = text.rfind('\n', at) + 1;
+    std::string indent(text.find_first_not_of(' ', lineStart) - lineStart + 2, ' ');
+    out << std::string_view(text).substr(0, at) << '[';
+    for (std::size_t i = 0; i < count; ++i) {
+        std::string one = item(i).dump(2);
+        out << (i ? ",\n" : "\n") << indent;
+        for (char c : one) {
+            out << c;
+            if (c == '\n') out << indent;
+        }
+    }
+    out << '\n' << std::string_view(indent).substr(2) << ']' << std::string_view(text).substr(at + marker.size())
+        << '\n';
+}
+
 void field(std::string_view label, std::string_view value, std::ostream& out) {
     constexpr std::size_t column = 22;
     std::size_t w = width(label);

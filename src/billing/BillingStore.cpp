@@ -31,7 +31,7 @@ std::unordered_map<std::int64_t, BillingRow> BillingStore::rows(const std::vecto
     return rows;
 }
 
-BillingStatuses BillingStore::statuses(const std::vector<Classified>& items) {
+BillingStatuses BillingStore::statuses(const ClassifiedList& items) {
     std::vector<std::int64_t> ids;
     ids.reserve(items.size());
     for (const Classified& item : items)

@@ -47,7 +47,7 @@ public:
     // The status of each classified activity: none for idle time and time
     // without project; "nonbillable" for a project that is not billable; else
     // the stored status, or "tobill" without a row. Throws DatabaseError.
-    BillingStatuses statuses(const std::vector<Classified>& items);
+    BillingStatuses statuses(const ClassifiedList& items);
 
     // The non-empty invoice references of the activities, by ascending activity
     // id, each once, in order of first appearance. Throws DatabaseError.

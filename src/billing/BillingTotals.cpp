@@ -72,7 +72,7 @@ bool passes(StatusFilter filter, BillingStatus status) {
     return false;
 }
 
-BillingTotals BillingTotals::compute(const std::vector<Classified>& items, const BillingStatuses& statuses,
+BillingTotals BillingTotals::compute(const ClassifiedList& items, const BillingStatuses& statuses,
                                      Instant from, Instant to) {
     BillingTotals totals;
     DayPricing pricing;

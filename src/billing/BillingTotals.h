@@ -51,7 +51,7 @@ struct BillingTotals {
     // in `statuses` count, each (status, project, day of the clipped start)
     // priced separately. Aborts (through Project::amountCents) rather than
     // return an amount beyond the 64-bit range.
-    static BillingTotals compute(const std::vector<Classified>& items, const BillingStatuses& statuses, Instant from,
+    static BillingTotals compute(const ClassifiedList& items, const BillingStatuses& statuses, Instant from,
                                  Instant to);
 
     bool operator==(const BillingTotals&) const = default;

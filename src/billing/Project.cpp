@@ -195,7 +195,7 @@ std::string roundingLabel(Project::Rounding rounding) {
     return {};
 }
 
-std::string projectLabel(const std::optional<Project>& project, const std::vector<Client>& clients) {
+std::string projectLabel(const Project* project, const std::vector<Client>& clients) {
     if (!project) return std::string(L10n::text("Sans projet", "No project"));
     if (project->clientID) {
         auto client = std::find_if(clients.begin(), clients.end(),

@@ -96,7 +96,7 @@ std::string roundingLabel(Project::Rounding rounding);
 
 // "Client › Projet" when the project has a client found in `clients`, else the
 // project's name; "Sans projet" / "No project" without a project.
-std::string projectLabel(const std::optional<Project>& project, const std::vector<Client>& clients);
+std::string projectLabel(const Project* project, const std::vector<Client>& clients);
 
 // How much of a budget is used; both in the same unit.
 struct BudgetGauge {

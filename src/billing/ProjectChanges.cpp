@@ -40,7 +40,7 @@ bool RepricingImpact::changesAmounts() const {
 ProjectChanges::ProjectChanges(Database& db, ProjectStore& projects, ClassifiedTime classified)
     : db_(db), projects_(projects), classified_(std::move(classified)) {}
 
-std::vector<Classified> ProjectChanges::history() {
+ClassifiedList ProjectChanges::history() {
     std::optional<double> first, last;
     {
         Statement span = db_.prepare("SELECT MIN(start), MAX(end) FROM activity");
@@ -53,7 +53,7 @@ std::vector<Classified> ProjectChanges::history() {
     return classified_(*first, *last);
 }
 
-RemovalImpact ProjectChanges::measure(const Project& project, const std::vector<Classified>& history) {
+RemovalImpact ProjectChanges::measure(const Project& project, const ClassifiedList& history) {
     struct Row {
         std::int64_t id;
         double seconds;
@@ -97,7 +97,7 @@ RemovalImpact ProjectChanges::measure(const Project& project, const std::vector<
 }
 
 RepricingImpact ProjectChanges::reprice(const Project& before, const Project& after,
-                                        const std::vector<Classified>& history) {
+                                        const ClassifiedList& history) {
     std::vector<const Classified*> own;
     std::vector<std::int64_t> ids;
     for (const Classified& item : history) {

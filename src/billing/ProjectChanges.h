@@ -83,7 +83,7 @@ struct EditResult {
 class ProjectChanges {
 public:
     // The classified items of [from, to), each activity clipped to it.
-    using ClassifiedTime = std::function<std::vector<Classified>(Instant from, Instant to)>;
+    using ClassifiedTime = std::function<ClassifiedList(Instant from, Instant to)>;
 
     ProjectChanges(Database& db, ProjectStore& projects, ClassifiedTime classified);
 
@@ -105,9 +105,9 @@ public:
     EditResult save(const Project& edited, bool repriceBilled);
 
 private:
-    RemovalImpact measure(const Project& project, const std::vector<Classified>& history);
-    RepricingImpact reprice(const Project& before, const Project& after, const std::vector<Classified>& history);
-    std::vector<Classified> history();
+    RemovalImpact measure(const Project& project, const ClassifiedList& history);
+    RepricingImpact reprice(const Project& before, const Project& after, const ClassifiedList& history);
+    ClassifiedList history();
 
     Database& db_;
     ProjectStore& projects_;

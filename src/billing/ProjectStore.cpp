@@ -149,7 +149,7 @@ std::optional<Client> ProjectStore::findClient(std::string_view text) const {
     return std::nullopt;
 }
 
-std::string ProjectStore::label(const std::optional<Project>& project) const { return projectLabel(project, clients_); }
+std::string ProjectStore::label(const Project* project) const { return projectLabel(project, clients_); }
 
 StoreError ProjectStore::failed(StoreError error) const {
     if (error.kind == StoreError::Kind::database || error.kind == StoreError::Kind::preferences)

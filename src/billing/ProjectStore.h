@@ -77,7 +77,9 @@ public:
     // The same lookup among clients, by id or name.
     std::optional<Client> findClient(std::string_view text) const;
     // The project label with this store's clients ("Sans projet" for none).
-    std::string label(const std::optional<Project>& project) const;
+    std::string label(const Project* project) const;
+    std::string label(const std::shared_ptr<const Project>& project) const { return label(project.get()); }
+    std::string label(const std::optional<Project>& project) const { return label(project ? &*project : nullptr); }
 
     // id 0 inserts, any other id updates that row. Refuses a record with a
     // problem, a project whose client does not exist, and an update of a missing

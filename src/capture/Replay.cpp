@@ -251,7 +251,8 @@ public:
         fs::path copy = folder_ / "settings.json";
         std::error_code missing;
         if (fs::exists(original, missing)) fs::copy_file(original, copy);
-        preferences_ = std::make_unique<Preferences>(copy);
+        // Nothing else knows the copy: no need to look for other writers at every read.
+        preferences_ = std::make_unique<Preferences>(copy, Preferences::Writers::thisOnly);
         preferences_->remove(settings::pausedUntil);
     }
     ~PrivateSettings() {

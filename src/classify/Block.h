@@ -27,10 +27,10 @@ struct Block {
 
     // The block's work is its first item's (the others share it, or are short
     // interruptions absorbed into it).
-    const std::optional<Project>& project() const { return items.front().project; }
-    const std::optional<Category>& category() const { return items.front().category; }
+    const std::shared_ptr<const Project>& project() const { return items.front().project; }
+    const std::shared_ptr<const Category>& category() const { return items.front().category; }
     // The first note of the block, if any.
-    std::optional<std::string> note() const;
+    SharedText note() const;
     // True when any of its time was assigned to its project by hand.
     bool manual() const;
 

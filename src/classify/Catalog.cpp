@@ -20,7 +20,7 @@ constexpr bool linuxDesktop = true;
 constexpr bool linuxDesktop = false;
 #endif
 
-// Past this many distinct activity texts the match cache starts over, so a
+// Past this many distinct values of one field the match memo starts over, so a
 // long-running tracker's memory stays bounded.
 constexpr std::size_t matchCacheLimit = 200'000;
 
@@ -58,16 +58,17 @@ std::vector<SQLValue> ruleValues(const Rule& rule) {
 
 constexpr std::size_t fieldIndex(Rule::Field field) { return static_cast<std::size_t>(field); }
 
-void appendKeyPart(std::string& key, const std::optional<std::string>& value) {
-    if (!value) {
-        key += '\0';
-        return;
-    }
+void appendKeyPart(std::string& key, std::string_view value) {
     // Length-prefixed, so no text can imitate another split of the fields.
-    std::uint32_t size = static_cast<std::uint32_t>(value->size());
+    auto size = static_cast<std::uint32_t>(value.size());
     key += '\1';
     key.append(reinterpret_cast<const char*>(&size), sizeof size);
-    key += *value;
+    key += value;
+}
+
+void appendKeyPart(std::string& key, const SharedText& value) {
+    if (value) appendKeyPart(key, std::string_view(*value));
+    else key += '\0';
 }
 
 } // namespace
@@ -95,11 +96,20 @@ bool Catalog::reload() {
 
         categories_ = std::move(categories);
         categoryIndex_.clear();
-        for (std::size_t i = 0; i < categories_.size(); ++i) categoryIndex_[categories_[i].id] = i;
+        sharedCategories_.clear();
+        for (std::size_t i = 0; i < categories_.size(); ++i) {
+            categoryIndex_[categories_[i].id] = i;
+            sharedCategories_.push_back(std::make_shared<const Category>(categories_[i]));
+        }
+        navigation_.reset();
+        for (const std::shared_ptr<const Category>& category : sharedCategories_)
+            if (!navigation_ && defaultKey(category->name) == "Navigation") navigation_ = category;
         if (rules != rules_) {
             rules_ = std::move(rules);
             prepareRules();
         }
+        ruleCategories_.clear();
+        for (const Rule& rule : rules_) ruleCategories_.push_back(sharedCategory(rule.categoryID));
         return true;
     } catch (const DatabaseError& error) {
         lastError_ = error.description();
@@ -199,9 +209,7 @@ std::optional<Category> Catalog::category(std::int64_t id) const {
 }
 
 std::optional<Category> Catalog::navigation() const {
-    for (const Category& category : categories_)
-        if (defaultKey(category.name) == "Navigation") return category;
-    return std::nullopt;
+    return navigation_ ? std::optional(*navigation_) : std::nullopt;
 }
 
 void Catalog::seedIfNeeded() {
@@ -244,55 +252,32 @@ void Catalog::seedIfNeeded() {
 void Catalog::prepareRules() {
     matchers_.clear();
     plans_.clear();
-    for (auto& tests : fieldTests_) tests.clear();
+    for (auto& tests : baseTests_) tests.clear();
+    for (auto& tests : conditionTests_) tests.clear();
     matchers_.reserve(rules_.size());
     for (std::uint32_t i = 0; i < rules_.size(); ++i) {
         const RuleMatcher& matcher = matchers_.emplace_back(rules_[i]);
-        Plan plan;
-        auto& own = fieldTests_[fieldIndex(rules_[i].field)];
-        plan.base = static_cast<std::uint32_t>(own.size());
-        own.push_back({i, -1});
-        for (std::size_t k = 0; k < matcher.conditionCount(); ++k) {
+        Plan& plan = plans_.emplace_back();
+        if (!rules_[i].categoryID && !rules_[i].projectID) continue;  // inert: never a candidate
+        baseTests_[fieldIndex(rules_[i].field)].push_back(i);
+        for (std::uint32_t k = 0; k < matcher.conditionCount(); ++k) {
             std::size_t field = fieldIndex(matcher.conditionField(k));
-            plan.conditions.emplace_back(field, static_cast<std::uint32_t>(fieldTests_[field].size()));
-            fieldTests_[field].push_back({i, static_cast<std::int32_t>(k)});
+            plan.conditions.emplace_back(field, static_cast<std::uint32_t>(conditionTests_[field].size()));
+            conditionTests_[field].push_back({i, k});
         }
-        plans_.push_back(std::move(plan));
     }
-    matchCache_.clear();
+    forgetMatches();
+}
+
+void Catalog::forgetMatches() {
     for (FieldMemo& memo : fieldMemo_) memo = {};
 }
 
-std::uint32_t Catalog::fieldID(std::size_t field, const Activity& activity) {
-    if (fieldTests_[field].empty()) return 0;
-    auto fieldValue = static_cast<Rule::Field>(field);
-    std::string& key = fieldKeyBuffer_;
-    key.clear();
-    switch (fieldValue) {
-    case Rule::Field::app:
-        appendKeyPart(key, activity.bundleID);
-        appendKeyPart(key, activity.appName);
-        break;
-    case Rule::Field::domain:
-        appendKeyPart(key, activity.domain);
-        break;
-    case Rule::Field::title:
-        appendKeyPart(key, activity.title);
-        break;
-    case Rule::Field::path:
-        appendKeyPart(key, activity.path);
-        break;
-    case Rule::Field::url:
-        appendKeyPart(key, activity.url);
-        break;
-    }
-    FieldMemo& memo = fieldMemo_[field];
-    if (auto found = memo.ids.find(std::string_view(key)); found != memo.ids.end()) return found->second;
-
+Catalog::FieldResults Catalog::computeFieldResults(std::size_t field, const Activity& activity) const {
     // The activity reduced to this one field, so that the results hold for
-    // every activity with the same key.
+    // every activity with the same value.
     Activity part;
-    switch (fieldValue) {
+    switch (static_cast<Rule::Field>(field)) {
     case Rule::Field::app:
         part.bundleID = activity.bundleID;
         part.appName = activity.appName;
@@ -311,52 +296,78 @@ std::uint32_t Catalog::fieldID(std::size_t field, const Activity& activity) {
         break;
     }
     MatchSubject subject(part);
-    std::vector<std::int64_t> results;
-    results.reserve(fieldTests_[field].size());
-    for (const FieldTest& test : fieldTests_[field]) {
-        const RuleMatcher& matcher = matchers_[test.rule];
-        if (test.condition < 0) results.push_back(matcher.baseScore(subject).value_or(-1));
-        else results.push_back(matcher.conditionHolds(static_cast<std::size_t>(test.condition), subject) ? 1 : 0);
+    FieldResults results;
+    for (std::uint32_t rule : baseTests_[field])
+        if (auto score = matchers_[rule].baseScore(subject)) results.matching.push_back({rule, *score});
+    results.conditions.reserve(conditionTests_[field].size());
+    for (const ConditionTest& test : conditionTests_[field])
+        results.conditions.push_back(matchers_[test.rule].conditionHolds(test.condition, subject) ? 1 : 0);
+    return results;
+}
+
+const Catalog::FieldResults& Catalog::fieldResults(std::size_t field, const Activity& activity) {
+    FieldMemo& memo = fieldMemo_[field];
+    const SharedText* value = nullptr;
+    switch (static_cast<Rule::Field>(field)) {
+    case Rule::Field::app:
+        keyBuffer_.clear();
+        appendKeyPart(keyBuffer_, activity.bundleID);
+        appendKeyPart(keyBuffer_, std::string_view(activity.appName));
+        break;
+    case Rule::Field::domain:
+        value = &activity.domain;
+        break;
+    case Rule::Field::title:
+        value = &activity.title;
+        break;
+    case Rule::Field::path:
+        value = &activity.path;
+        break;
+    case Rule::Field::url:
+        value = &activity.url;
+        break;
     }
-    auto id = static_cast<std::uint32_t>(memo.results.size());
-    memo.results.push_back(std::move(results));
+    auto remember = [&](FieldResults results) -> std::uint32_t {
+        memo.results.push_back(std::move(results));
+        return static_cast<std::uint32_t>(memo.results.size() - 1);
+    };
+    if (value && !*value) {
+        if (!memo.absent) memo.absent = remember(computeFieldResults(field, activity));
+        return memo.results[*memo.absent];
+    }
+    std::string_view key = value ? std::string_view(**value) : std::string_view(keyBuffer_);
+    if (auto found = memo.ids.find(key); found != memo.ids.end()) return memo.results[found->second];
+    std::uint32_t id = remember(computeFieldResults(field, activity));
     memo.ids.emplace(key, id);
-    return id;
+    return memo.results[id];
 }
 
 const std::vector<Catalog::Candidate>& Catalog::candidates(const Activity& activity) {
-    bool full = matchCache_.size() >= matchCacheLimit;
+    bool full = false;
     for (const FieldMemo& memo : fieldMemo_) full = full || memo.results.size() >= matchCacheLimit;
-    if (full) {
-        matchCache_.clear();
-        for (FieldMemo& memo : fieldMemo_) memo = {};
+    if (full) forgetMatches();
+
+    std::array<const FieldResults*, 5> fields{};
+    candidates_.clear();
+    for (std::size_t field = 0; field < fields.size(); ++field) {
+        if (baseTests_[field].empty() && conditionTests_[field].empty()) continue;
+        fields[field] = &fieldResults(field, activity);
+        candidates_.insert(candidates_.end(), fields[field]->matching.begin(), fields[field]->matching.end());
     }
-
-    keyBuffer_.clear();
-    appendKeyPart(keyBuffer_, activity.bundleID);
-    appendKeyPart(keyBuffer_, activity.appName);
-    appendKeyPart(keyBuffer_, activity.title);
-    appendKeyPart(keyBuffer_, activity.domain);
-    appendKeyPart(keyBuffer_, activity.path);
-    appendKeyPart(keyBuffer_, activity.url);
-    if (auto known = matchCache_.find(std::string_view(keyBuffer_)); known != matchCache_.end()) return known->second;
-
-    std::array<std::uint32_t, 5> text;
-    for (std::size_t field = 0; field < text.size(); ++field) text[field] = fieldID(field, activity);
-    auto entry = matchCache_.emplace(keyBuffer_, std::vector<Candidate>()).first;
-    std::vector<Candidate>& found = entry->second;
-    for (std::uint32_t i = 0; i < rules_.size(); ++i) {
-        const Rule& rule = rules_[i];
-        if (!rule.categoryID && !rule.projectID) continue;  // inert
-        const Plan& plan = plans_[i];
-        std::int64_t base = fieldMemo_[fieldIndex(rule.field)].results[text[fieldIndex(rule.field)]][plan.base];
-        auto score = matchers_[i].combine(base < 0 ? std::nullopt : std::optional(base), [&](std::size_t k) {
+    // Rule order decides ties between equal scores.
+    std::sort(candidates_.begin(), candidates_.end(),
+              [](const Candidate& a, const Candidate& b) { return a.rule < b.rule; });
+    std::size_t kept = 0;
+    for (const Candidate& candidate : candidates_) {
+        const Plan& plan = plans_[candidate.rule];
+        auto score = matchers_[candidate.rule].combine(candidate.score, [&](std::size_t k) {
             auto [field, test] = plan.conditions[k];
-            return fieldMemo_[field].results[text[field]][test] != 0;
+            return fields[field]->conditions[test] != 0;
         });
-        if (score) found.push_back({i, *score});
+        if (score) candidates_[kept++] = {candidate.rule, *score};
     }
-    return found;
+    candidates_.resize(kept);
+    return candidates_;
 }
 
 Catalog::Best Catalog::best(const std::vector<Candidate>& candidates, MatchSubject& subject, bool forProject) const {
@@ -377,17 +388,23 @@ Catalog::Best Catalog::best(const std::vector<Candidate>& candidates, MatchSubje
     return best;
 }
 
-std::optional<Category> Catalog::categoryOfRule(std::uint32_t rule) const {
-    return category(*rules_[rule].categoryID);
+std::shared_ptr<const Category> Catalog::sharedCategory(std::optional<std::int64_t> id) const {
+    if (!id) return nullptr;
+    auto found = categoryIndex_.find(*id);
+    return found == categoryIndex_.end() ? nullptr : sharedCategories_[found->second];
 }
 
-std::optional<Category> Catalog::fallbackCategory(const Activity& activity) const {
-    if (activity.bundleID && isBrowser(*activity.bundleID)) return navigation();
-    return std::nullopt;
+const std::shared_ptr<const Category>& Catalog::categoryOfRule(std::uint32_t rule) const {
+    return ruleCategories_[rule];
 }
 
-std::optional<Category> Catalog::ruleCategory(const Activity& activity) {
-    if (activity.kind == Activity::Kind::privateTime) return std::nullopt;
+std::shared_ptr<const Category> Catalog::fallbackCategory(const Activity& activity) const {
+    if (!activity.bundleID || !isBrowser(*activity.bundleID)) return nullptr;
+    return navigation_;
+}
+
+std::shared_ptr<const Category> Catalog::ruleCategory(const Activity& activity) {
+    if (activity.kind == Activity::Kind::privateTime) return nullptr;
     MatchSubject subject(activity);
     Best chosen = best(candidates(activity), subject, false);
     if (chosen.rule) return categoryOfRule(*chosen.rule);

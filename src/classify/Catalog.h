@@ -9,9 +9,9 @@
 // return value and lastError(); it never throws. Only seeding throws.
 //
 // Classification is computed on demand and never stored. The static part of each
-// rule's score is cached per distinct activity text (application, title, site,
-// path, address) and the cache is emptied whenever the rules change, so a year
-// of history classifies in a fraction of a second.
+// rule's score is cached per distinct value of each field (application, title,
+// site, path, address) and the cache is emptied whenever the rules change, so a
+// year of history classifies in a fraction of a second.
 //
 // Lives on the main loop's thread with the database; not thread-safe. The
 // regular expressions it uses come from the process-wide RegexCache.
@@ -107,7 +107,7 @@ public:
 
     // The category of the best matching rule; for a browser with no matching
     // rule, "Navigation"; private time never has one.
-    std::optional<Category> ruleCategory(const Activity& activity);
+    std::shared_ptr<const Category> ruleCategory(const Activity& activity);
 
     // Every rule that applies to `activity`, in rule order, with its score.
     std::vector<RuleScore> applicableRules(const Activity& activity) const;
@@ -147,7 +147,7 @@ public:
                             const Activity& activity, const std::vector<Project>& projects);
 
 private:
-    // A rule that may apply to a distinct activity text, with its static score.
+    // A rule that may apply to an activity, with its static score.
     struct Candidate {
         std::uint32_t rule;  // index in rules_
         std::int64_t score;
@@ -161,35 +161,44 @@ private:
         std::size_t operator()(std::string_view text) const { return std::hash<std::string_view>{}(text); }
     };
 
-    // Where a rule's parts sit among the memoised tests: its base score among
-    // the tests of its field, each condition among the tests of its own field.
+    // Where each condition of a rule sits among the memoised condition tests
+    // of its field.
     struct Plan {
-        std::uint32_t base = 0;
         std::vector<std::pair<std::size_t, std::uint32_t>> conditions;  // field index, test index
     };
-    // One test of a field: a rule's base score (condition −1) or one of its
-    // conditions.
-    struct FieldTest {
+    // A condition of a rule, tested on its own field.
+    struct ConditionTest {
         std::uint32_t rule;
-        std::int32_t condition;
+        std::uint32_t condition;
     };
-    // The distinct values of one field seen so far, each with the results of
-    // every test on that field: a base score or −1, a condition 1 or 0.
+    // What the rules make of one value of one field: the rules on that field
+    // whose own pattern matches it (by rule index, with their base score), and
+    // whether each condition on that field holds.
+    struct FieldResults {
+        std::vector<Candidate> matching;
+        std::vector<std::uint8_t> conditions;  // by condition test index
+    };
+    // The distinct values of one field seen so far, with their results.
     struct FieldMemo {
         std::unordered_map<std::string, std::uint32_t, KeyHash, std::equal_to<>> ids;
-        std::vector<std::vector<std::int64_t>> results;  // by id
+        std::optional<std::uint32_t> absent;  // the id of "no value"
+        std::vector<FieldResults> results;    // by id
     };
+    // The rules whose text part applies to `activity`, in rule order. Valid
+    // until the next call.
     const std::vector<Candidate>& candidates(const Activity& activity);
-    // The id of the activity's value of `field`, its test results computed on
-    // first sight.
-    std::uint32_t fieldID(std::size_t field, const Activity& activity);
+    // The results of the activity's value of `field`, computed on first sight.
+    const FieldResults& fieldResults(std::size_t field, const Activity& activity);
+    FieldResults computeFieldResults(std::size_t field, const Activity& activity) const;
     template <typename Emit>  // void(Classification&&)
     void classifyEach(std::vector<Activity>& activities, const std::vector<Project>& projects, Emit&& emit);
     void prepareRules();
+    void forgetMatches();
     // The best rule naming a category (or a project) among the candidates.
     Best best(const std::vector<Candidate>& candidates, MatchSubject& subject, bool forProject) const;
-    std::optional<Category> categoryOfRule(std::uint32_t rule) const;
-    std::optional<Category> fallbackCategory(const Activity& activity) const;
+    std::shared_ptr<const Category> sharedCategory(std::optional<std::int64_t> id) const;
+    const std::shared_ptr<const Category>& categoryOfRule(std::uint32_t rule) const;
+    std::shared_ptr<const Category> fallbackCategory(const Activity& activity) const;
 
     bool write(const std::function<void()>& body, std::string_view failureFormat);
     void failed(std::string_view format, const std::string& description);
@@ -197,21 +206,25 @@ private:
     Database* db_ = nullptr;
     std::shared_ptr<spdlog::logger> log_;
     std::vector<Category> categories_;
+    std::vector<std::shared_ptr<const Category>> sharedCategories_;  // parallel to categories_, what items point to
+    std::shared_ptr<const Category> navigation_;
     std::vector<Rule> rules_;
     std::vector<RuleMatcher> matchers_;  // parallel to rules_
+    std::vector<std::shared_ptr<const Category>> ruleCategories_;  // parallel to rules_
     std::unordered_map<std::int64_t, std::size_t> categoryIndex_;
     std::optional<std::string> lastError_;
     std::map<std::uint64_t, std::function<void()>> listeners_;
     std::uint64_t nextListener_ = 1;
 
-    // Two levels of memo, emptied whenever the rules change: test results by
-    // the value of one field (a title recurs with many applications and sites, a
-    // site with many titles), and rule candidates by whole activity text.
-    std::unordered_map<std::string, std::vector<Candidate>, KeyHash, std::equal_to<>> matchCache_;
+    // The text tests memoised per value of each field, emptied whenever the
+    // rules change: a title recurs with many applications and sites, a site
+    // with many titles, so a year holds far fewer values than activities.
     std::array<FieldMemo, 5> fieldMemo_;
-    std::vector<Plan> plans_;                           // parallel to rules_
-    std::array<std::vector<FieldTest>, 5> fieldTests_;  // by field
-    std::string keyBuffer_, fieldKeyBuffer_;
+    std::vector<Plan> plans_;                                   // parallel to rules_
+    std::array<std::vector<std::uint32_t>, 5> baseTests_;       // by field: the active rules on it
+    std::array<std::vector<ConditionTest>, 5> conditionTests_;  // by field
+    std::vector<Candidate> candidates_;
+    std::string keyBuffer_;
 };
 
 } // namespace ombrelo

@@ -66,12 +66,13 @@ void Catalog::classifyEach(std::vector<Activity>& activities, const std::vector<
         if (activity.id != 0) ids.push_back(activity.id);
     std::map<std::int64_t, Assignment> overrides = loadOverrides(ids);
 
-    std::unordered_map<std::int64_t, const Project*> projectIndex;
-    for (const Project& project : projects) projectIndex.emplace(project.id, &project);
-    auto project = [&](std::optional<std::int64_t> id) -> std::optional<Project> {
-        if (!id) return std::nullopt;
+    // One shared copy of each project for all the items of the call.
+    std::unordered_map<std::int64_t, std::shared_ptr<const Project>> projectIndex;
+    for (const Project& project : projects) projectIndex.emplace(project.id, std::make_shared<const Project>(project));
+    auto project = [&](std::optional<std::int64_t> id) -> std::shared_ptr<const Project> {
+        if (!id) return nullptr;
         auto found = projectIndex.find(*id);
-        return found == projectIndex.end() ? std::nullopt : std::optional(*found->second);
+        return found == projectIndex.end() ? nullptr : found->second;
     };
 
     for (Activity& activity : activities) {
@@ -95,7 +96,7 @@ void Catalog::classifyEach(std::vector<Activity>& activities, const std::vector<
             if (result.item.project) result.projectRuleID = rules_[*projectRule.rule].id;
         }
 
-        if (stored && stored->categoryID) result.item.category = category(*stored->categoryID);
+        if (stored && stored->categoryID) result.item.category = sharedCategory(stored->categoryID);
         if (!result.item.category && activity.kind != Activity::Kind::privateTime) {
             if (categoryRule.rule) {
                 result.item.category = categoryOfRule(*categoryRule.rule);
@@ -181,7 +182,7 @@ bool Catalog::applyActiveProject(const std::optional<Project>& active, const std
         if (stored == source::manual) return true;  // corrections are never overwritten
 
         std::vector<Classification> alone = classifyDetailed({activity}, projects);
-        const std::optional<Category>& category = alone.front().item.category;
+        const std::shared_ptr<const Category>& category = alone.front().item.category;
         bool distraction = category && category->isDistraction;
 
         Transaction transaction(*db_);

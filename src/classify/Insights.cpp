@@ -17,15 +17,23 @@ namespace {
 constexpr double blockGap = 120;          // seconds between two activities of one block, at most (exclusive)
 constexpr double shortInterruption = 120; // a block shorter than this between two of the same work is absorbed
 
+struct TextHash {
+    using is_transparent = void;
+    std::size_t operator()(std::string_view text) const { return std::hash<std::string_view>{}(text); }
+};
+
 // Totals keyed by something, kept in order of first appearance and sorted by
 // decreasing seconds at the end.
-template <typename Key, typename Total>
+template <typename Key, typename Total, typename Hash = std::hash<Key>, typename Equal = std::equal_to<Key>>
 class Tally {
 public:
-    template <typename Make>
-    Total& at(const Key& key, Make make) {
-        auto [found, inserted] = index_.try_emplace(key, totals_.size());
-        if (inserted) totals_.push_back(make());
+    template <typename Lookup, typename Make>
+    Total& at(const Lookup& key, Make make) {
+        auto found = index_.find(key);
+        if (found == index_.end()) {
+            found = index_.emplace(Key(key), totals_.size()).first;
+            totals_.push_back(make());
+        }
         return totals_[found->second];
     }
     Total* find(const Key& key) {
@@ -39,14 +47,13 @@ public:
     }
 
 private:
-    std::unordered_map<Key, std::size_t> index_;
+    std::unordered_map<Key, std::size_t, Hash, Equal> index_;
     std::vector<Total> totals_;
 };
 
-// Labels point into the items (or at a static text), which outlive the tally.
 class LabelTally {
 public:
-    void add(std::string_view label, const std::optional<std::string>& bundleID, double seconds) {
+    void add(std::string_view label, const SharedText& bundleID, double seconds) {
         LabelTotal& total = tally_.at(label, [&] { return LabelTotal{std::string(label), bundleID, 0}; });
         if (!total.bundleID && bundleID) total.bundleID = bundleID;
         total.seconds += seconds;
@@ -54,7 +61,7 @@ public:
     std::vector<LabelTotal> sorted() && { return std::move(tally_).sorted(); }
 
 private:
-    Tally<std::string_view, LabelTotal> tally_;
+    Tally<std::string, LabelTotal, TextHash, std::equal_to<>> tally_;
 };
 
 std::string_view labelOf(const Activity& activity, std::string_view privateLabel, std::string_view idleLabel) {
@@ -73,15 +80,13 @@ std::string_view lastComponent(std::string_view path) {
 
 bool isIdle(const Classified& item) { return item.activity.kind == Activity::Kind::idle; }
 
-std::optional<std::int64_t> idOf(const std::optional<Project>& project) {
-    return project ? std::optional(project->id) : std::nullopt;
-}
-std::optional<std::int64_t> idOf(const std::optional<Category>& category) {
-    return category ? std::optional(category->id) : std::nullopt;
+template <typename Record>  // Project or Category
+std::optional<std::int64_t> idOf(const std::shared_ptr<const Record>& record) {
+    return record ? std::optional(record->id) : std::nullopt;
 }
 
-const std::optional<std::string>& firstNote(const std::vector<Classified>& items) {
-    static const std::optional<std::string> none;
+const SharedText& firstNote(const std::vector<Classified>& items) {
+    static const SharedText none;
     for (const Classified& item : items)
         if (item.note) return item.note;
     return none;
@@ -110,7 +115,7 @@ std::vector<std::int64_t> Block::activityIDs() const {
 
 double Block::seconds() const { return blockSeconds(items); }
 
-std::optional<std::string> Block::note() const { return firstNote(items); }
+SharedText Block::note() const { return firstNote(items); }
 
 bool Block::manual() const {
     return std::any_of(items.begin(), items.end(), [](const Classified& item) { return item.manual; });
@@ -141,11 +146,11 @@ bool sameWork(const std::vector<Classified>& items, const Classified& next) {
     const Classified& first = items.front();
     if (isIdle(first) || isIdle(next)) return isIdle(first) && isIdle(next);
     if (idOf(first.project) != idOf(next.project) || idOf(first.category) != idOf(next.category)) return false;
-    const std::optional<std::string>& noted = firstNote(items);
+    const SharedText& noted = firstNote(items);
     return !noted || !next.note || *noted == *next.note;
 }
 
-std::vector<Block> blocks(const std::vector<Classified>& items) {
+std::vector<Block> blocks(const ClassifiedList& items) {
     // Pass 1: runs of the same work with gaps under two minutes.
     std::vector<Block> runs;
     for (const Classified& item : items) {
@@ -183,49 +188,71 @@ std::vector<Block> blocks(const std::vector<Classified>& items) {
     return result;
 }
 
-Summary summary(const std::vector<Classified>& items) {
-    std::string_view privateLabel = L10n::text("Privé", "Private");
-    std::string_view idleLabel = L10n::text("Inactif", "Idle");
-    Summary summary;
+} // namespace Insights
+
+struct SummaryBuilder::Tallies {
     Tally<std::optional<std::int64_t>, ProjectTotal> projects;
     Tally<std::optional<std::int64_t>, CategoryTotal> categories;
     LabelTally labels, apps, domains, documents;
     DayPricing pricing;
     DayCursor days;
+};
 
-    for (const Classified& item : items) {
-        if (isIdle(item)) continue;
-        const Activity& activity = item.activity;
-        double d = activity.duration();
-        summary.active += d;
-        projects.at(idOf(item.project), [&] { return ProjectTotal{item.project, 0, 0}; }).seconds += d;
-        if (item.project && item.project->billable) {
-            summary.billable += d;
-            pricing.add(0, *item.project, days.startOf(activity.start), d);
-        }
-        if (item.category && item.category->isDistraction) summary.distraction += d;
-        categories.at(idOf(item.category), [&] { return CategoryTotal{item.category, 0}; }).seconds += d;
-        labels.add(labelOf(activity, privateLabel, idleLabel), activity.bundleID, d);
-        apps.add(activity.appName, activity.bundleID, d);
-        if (activity.domain) domains.add(*activity.domain, activity.bundleID, d);
-        if (activity.path && !activity.path->empty()) documents.add(lastComponent(*activity.path), activity.bundleID, d);
+SummaryBuilder::SummaryBuilder() : tallies_(std::make_unique<Tallies>()) {}
+SummaryBuilder::~SummaryBuilder() = default;
+SummaryBuilder::SummaryBuilder(SummaryBuilder&&) noexcept = default;
+
+void SummaryBuilder::add(const Classified& item) {
+    if (isIdle(item)) return;
+    std::string_view privateLabel = L10n::text("Privé", "Private");
+    std::string_view idleLabel = L10n::text("Inactif", "Idle");
+    Tallies& t = *tallies_;
+    const Activity& activity = item.activity;
+    double d = activity.duration();
+    summary_.active += d;
+    t.projects.at(idOf(item.project), [&] { return ProjectTotal{item.project, 0, 0}; }).seconds += d;
+    if (item.project && item.project->billable) {
+        summary_.billable += d;
+        t.pricing.add(0, *item.project, t.days.startOf(activity.start), d);
     }
+    if (item.category && item.category->isDistraction) summary_.distraction += d;
+    t.categories.at(idOf(item.category), [&] { return CategoryTotal{item.category, 0}; }).seconds += d;
+    t.labels.add(labelOf(activity, privateLabel, idleLabel), activity.bundleID, d);
+    t.apps.add(activity.appName, activity.bundleID, d);
+    if (activity.domain) t.domains.add(*activity.domain, activity.bundleID, d);
+    if (activity.path && !activity.path->empty()) t.documents.add(lastComponent(*activity.path), activity.bundleID, d);
+}
 
-    for (const DayPricing::Day& day : pricing.priced()) {
-        ProjectTotal* total = projects.find(day.project->id);
+void SummaryBuilder::add(const ClassifiedList& items) {
+    for (const Classified& item : items) add(item);
+}
+
+Summary SummaryBuilder::take() && {
+    Tallies& t = *tallies_;
+    Summary summary = std::move(summary_);
+    for (const DayPricing::Day& day : t.pricing.priced()) {
+        ProjectTotal* total = t.projects.find(day.project->id);
         total->amountCents = addCents(total->amountCents, day.cents);
         summary.amountCents = addCents(summary.amountCents, day.cents);
     }
-    summary.byProject = std::move(projects).sorted();
-    summary.byCategory = std::move(categories).sorted();
-    summary.byLabel = std::move(labels).sorted();
-    summary.byApp = std::move(apps).sorted();
-    summary.byDomain = std::move(domains).sorted();
-    summary.byDocument = std::move(documents).sorted();
+    summary.byProject = std::move(t.projects).sorted();
+    summary.byCategory = std::move(t.categories).sorted();
+    summary.byLabel = std::move(t.labels).sorted();
+    summary.byApp = std::move(t.apps).sorted();
+    summary.byDomain = std::move(t.domains).sorted();
+    summary.byDocument = std::move(t.documents).sorted();
     return summary;
 }
 
-std::vector<DayTotal> daily(const std::vector<Classified>& items, Instant from, int days) {
+namespace Insights {
+
+Summary summary(const ClassifiedList& items) {
+    SummaryBuilder builder;
+    builder.add(items);
+    return std::move(builder).take();
+}
+
+std::vector<DayTotal> daily(const ClassifiedList& items, Instant from, int days) {
     std::vector<DayTotal> totals;
     std::unordered_map<Instant, std::size_t> index;
     Instant day = local::startOfDay(from);
@@ -256,7 +283,7 @@ std::vector<DayTotal> daily(const std::vector<Classified>& items, Instant from, 
     return totals;
 }
 
-DayTotal dayTotal(const std::vector<Classified>& items, Instant day) { return daily(items, day, 1).front(); }
+DayTotal dayTotal(const ClassifiedList& items, Instant day) { return daily(items, day, 1).front(); }
 
 } // namespace Insights
 } // namespace ombrelo

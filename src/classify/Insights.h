@@ -19,6 +19,7 @@
 #include "classify/Totals.h"
 #include "support/Clock.h"
 
+#include <memory>
 #include <vector>
 
 namespace ombrelo::Insights {
@@ -30,16 +31,39 @@ namespace ombrelo::Insights {
 bool sameWork(const std::vector<Classified>& items, const Classified& next);
 
 // The blocks of chronological `items`.
-std::vector<Block> blocks(const std::vector<Classified>& items);
+std::vector<Block> blocks(const ClassifiedList& items);
 
 // The totals of `items`, whatever their order. Aborts (through
 // Project::amountCents) rather than return an amount beyond the 64-bit range.
-Summary summary(const std::vector<Classified>& items);
+Summary summary(const ClassifiedList& items);
 
 // One total per calendar day from the day of `from` for `days` days, by the
 // rules of summary; items starting outside those days are ignored.
-std::vector<DayTotal> daily(const std::vector<Classified>& items, Instant from, int days);
+std::vector<DayTotal> daily(const ClassifiedList& items, Instant from, int days);
 // The total of the calendar day containing `day`.
-DayTotal dayTotal(const std::vector<Classified>& items, Instant day);
+DayTotal dayTotal(const ClassifiedList& items, Instant day);
 
 } // namespace ombrelo::Insights
+
+namespace ombrelo {
+
+// Insights::summary of items handed over in parts (a long period's days, one
+// at a time), so that totals never need every item in memory at once. Keeps
+// copies of the texts it counts, none of the items.
+class SummaryBuilder {
+public:
+    SummaryBuilder();
+    ~SummaryBuilder();
+    SummaryBuilder(SummaryBuilder&&) noexcept;
+
+    void add(const Classified& item);
+    void add(const ClassifiedList& items);
+    Summary take() &&;
+
+private:
+    struct Tallies;
+    std::unique_ptr<Tallies> tallies_;
+    Summary summary_;
+};
+
+} // namespace ombrelo

@@ -103,7 +103,7 @@ std::string_view invalidRegexMessage() {
 }
 
 std::vector<std::string_view> values(Rule::Field field, const Activity& activity) {
-    auto one = [](const std::optional<std::string>& value) {
+    auto one = [](const SharedText& value) {
         return value ? std::vector<std::string_view>{*value} : std::vector<std::string_view>{};
     };
     switch (field) {

@@ -6,8 +6,10 @@
 #include "billing/Project.h"
 #include "classify/Category.h"
 #include "support/Clock.h"
+#include "support/SharedText.h"
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -15,19 +17,19 @@
 namespace ombrelo {
 
 struct ProjectTotal {
-    std::optional<Project> project;  // none: time without project
+    std::shared_ptr<const Project> project;  // none: time without project
     double seconds = 0;
     std::int64_t amountCents = 0;  // the project's days priced one by one
 };
 
 struct CategoryTotal {
-    std::optional<Category> category;  // none: uncategorised time
+    std::shared_ptr<const Category> category;  // none: uncategorised time
     double seconds = 0;
 };
 
 struct LabelTotal {
     std::string label;
-    std::optional<std::string> bundleID;  // to show the application's icon
+    SharedText bundleID;  // to show the application's icon
     double seconds = 0;
 };
 

@@ -13,7 +13,7 @@ namespace ombrelo {
 
 namespace {
 
-bool containsASCIIFolded(const std::optional<std::string>& field, std::string_view needle) {
+bool containsASCIIFolded(const SharedText& field, std::string_view needle) {
     return field && lowerASCII(*field).find(needle) != std::string::npos;
 }
 
@@ -36,8 +36,9 @@ std::string jsonArray(const std::vector<std::int64_t>& ids) {
 
 } // namespace
 
-Workspace::Workspace(ActivityStore* store, Catalog& catalog, ProjectStore& projects, Clock& clock)
-    : store_(store), catalog_(catalog), projects_(projects), clock_(clock), log_(Log::get("workspace")) {
+Workspace::Workspace(ActivityStore* store, Catalog& catalog, ProjectStore& projects, Clock& clock, DayCache dayCache)
+    : store_(store), catalog_(catalog), projects_(projects), clock_(clock), keepDays_(dayCache),
+      log_(Log::get("workspace")) {
     subscription_ = catalog_.subscribe([this] { invalidate(); });
     // The stores were loaded just now: only later commits are news.
     if (store_) {
@@ -50,8 +51,14 @@ Workspace::Workspace(ActivityStore* store, Catalog& catalog, ProjectStore& proje
 
 Workspace::~Workspace() { catalog_.unsubscribe(subscription_); }
 
-std::vector<Classified> Workspace::items(Instant from, Instant to) {
-    if (!(to > from)) return {};
+ClassifiedList Workspace::items(Instant from, Instant to) {
+    ClassifiedList list;
+    eachDay(from, to, [&](const ClassifiedList::Run& day) { list.append(day); });
+    return list;
+}
+
+void Workspace::eachDay(Instant from, Instant to, const std::function<void(const ClassifiedList::Run&)>& take) {
+    if (!(to > from)) return;
     takeInOtherWrites();
     dropCacheIfInputsChanged();
 
@@ -66,43 +73,23 @@ std::vector<Classified> Workspace::items(Instant from, Instant to) {
             log_->warn("Lecture impossible : {}", error.description());
         }
     }
-    if (!first) return {};
+    if (!first) return;
 
     Instant today = local::startOfDay(clock_.now());
     std::optional<Generation> now = demo_ ? std::nullopt : generation();
-    // The days' parts first (cached days by address: the map keeps its entries
-    // in place), then one copy into a result of the right size.
-    std::vector<const std::vector<Classified>*> parts;  // null: the next of `fresh`
-    std::vector<std::vector<Classified>> fresh;
-    std::size_t count = 0;
     for (Instant day = local::startOfDay(std::max(from, *first)); day < to;) {
         Instant next = local::addDays(day, 1);
         bool wholePastDay = day >= from && next <= to && next <= today;
-        if (wholePastDay && !demo_) {
-            parts.push_back(&cachedDay(day, next, now));
-        } else {
-            fresh.push_back(compute(std::max(day, from), std::min(next, to)));
-            parts.push_back(nullptr);
-        }
-        count += parts.back() ? parts.back()->size() : fresh.back().size();
+        ClassifiedList::Run items =
+            wholePastDay && !demo_
+                ? cachedDay(day, next, now)
+                : std::make_shared<const std::vector<Classified>>(compute(std::max(day, from), std::min(next, to)));
+        if (!items->empty()) take(items);
         day = next;
     }
-    std::vector<Classified> result;
-    result.reserve(count);
-    auto computed = fresh.begin();
-    for (const std::vector<Classified>* part : parts) {
-        if (part) {
-            result.insert(result.end(), part->begin(), part->end());
-        } else {
-            result.insert(result.end(), std::make_move_iterator(computed->begin()),
-                          std::make_move_iterator(computed->end()));
-            ++computed;
-        }
-    }
-    return result;
 }
 
-std::vector<Classified> Workspace::day(Instant date) {
+ClassifiedList Workspace::day(Instant date) {
     Instant start = local::startOfDay(date);
     return items(start, local::addDays(start, 1));
 }
@@ -113,11 +100,7 @@ std::vector<Classified> Workspace::search(std::string_view text, Instant from, I
     takeInOtherWrites();
     std::vector<Activity> found;
     if (demo_) {
-        std::string lowered = lowerASCII(needle);
-        for (const Activity& activity : *demo_)
-            if (activity.kind != Activity::Kind::idle && activity.end > from && activity.start < to &&
-                matches(activity, lowered))
-                found.push_back(activity);
+        found = demoMatches(needle, from, to);
         std::stable_sort(found.begin(), found.end(),
                          [](const Activity& a, const Activity& b) { return a.start > b.start; });
         if (found.size() > static_cast<std::size_t>(searchLimit)) found.resize(searchLimit);
@@ -129,6 +112,29 @@ std::vector<Classified> Workspace::search(std::string_view text, Instant from, I
         }
     }
     return catalog_.classify(std::move(found), projects_.projects());
+}
+
+std::size_t Workspace::searchCount(std::string_view text, Instant from, Instant to) {
+    std::string_view needle = trim(text);
+    if (needle.empty() || !(to > from)) return 0;
+    if (demo_) return demoMatches(needle, from, to).size();
+    if (!store_) return 0;
+    try {
+        return static_cast<std::size_t>(store_->searchCount(needle, from, to));
+    } catch (const DatabaseError& error) {
+        log_->warn("Recherche impossible : {}", error.description());
+        return 0;
+    }
+}
+
+std::vector<Activity> Workspace::demoMatches(std::string_view needle, Instant from, Instant to) const {
+    std::string lowered = lowerASCII(needle);
+    std::vector<Activity> found;
+    for (const Activity& activity : *demo_)
+        if (activity.kind != Activity::Kind::idle && activity.end > from && activity.start < to &&
+            matches(activity, lowered))
+            found.push_back(activity);
+    return found;
 }
 
 bool Workspace::write(std::string_view label, const std::function<void()>& body) {
@@ -273,7 +279,9 @@ std::vector<Activity> Workspace::read(Instant from, Instant to) {
     return activities;
 }
 
-const std::vector<Classified>& Workspace::cachedDay(Instant day, Instant next, const std::optional<Generation>& now) {
+ClassifiedList::Run Workspace::cachedDay(Instant day, Instant next, const std::optional<Generation>& now) {
+    auto compute = [&] { return std::make_shared<const std::vector<Classified>>(this->compute(day, next)); };
+    if (keepDays_ == DayCache::none) return compute();
     auto cached = dayCache_.find(day);
     if (cached != dayCache_.end() && now && cached->second.checkedAt == now) return cached->second.items;
     std::string print = fingerprint(day, next);
@@ -285,7 +293,7 @@ const std::vector<Classified>& Workspace::cachedDay(Instant day, Instant next, c
     // The generation was read before the fingerprint: a change in between
     // makes the next read check the fingerprint again.
     CachedDay& entry = dayCache_[day];
-    entry = CachedDay{std::move(print), now, compute(day, next)};
+    entry = CachedDay{std::move(print), now, compute()};
     return entry.items;
 }
 

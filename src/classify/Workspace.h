@@ -53,23 +53,36 @@ public:
     // Searches return at most this many activities.
     static constexpr int searchLimit = 2000;
 
+    // Whether whole past days are kept once classified: a long-lived process
+    // reads them again and again; a one-shot command reads each day once and
+    // would only hold memory.
+    enum class DayCache { keep, none };
+
     // A workspace over the store's activities. `store` may be null for a
     // workspace that only shows demonstration data. The stores must outlive it.
-    Workspace(ActivityStore* store, Catalog& catalog, ProjectStore& projects, Clock& clock = Clock::system());
+    Workspace(ActivityStore* store, Catalog& catalog, ProjectStore& projects, Clock& clock = Clock::system(),
+              DayCache dayCache = DayCache::keep);
     ~Workspace();
     Workspace(const Workspace&) = delete;
     Workspace& operator=(const Workspace&) = delete;
 
     // Classified items of the half-open period [from, to), each activity clipped
     // to it, by start. Empty when to ≤ from.
-    std::vector<Classified> items(Instant from, Instant to);
+    ClassifiedList items(Instant from, Instant to);
+    // The same, handed over one calendar day at a time (partial days at the
+    // edges), in order; days without activity are skipped. What a total over a
+    // long period uses, so that it never holds more than a day at once.
+    void eachDay(Instant from, Instant to, const std::function<void(const ClassifiedList::Run&)>& take);
     // The items of the calendar day containing `date`.
-    std::vector<Classified> day(Instant date);
+    ClassifiedList day(Instant date);
     // Classified non-idle activities of [from, to) whose application, title,
     // site, document path or address contain `text` (trimmed; ASCII case
     // ignored), newest first, at most searchLimit, not clipped. An empty text
     // finds nothing.
     std::vector<Classified> search(std::string_view text, Instant from, Instant to);
+    // How many activities search would find without its limit: what a cut
+    // result left out shows against it. 0 when the count cannot be read.
+    std::size_t searchCount(std::string_view text, Instant from, Instant to);
 
     // Runs `body` inside one transaction. Returns true once committed (the
     // catalogue then announces the change, which empties the cache); false without a store, or when `body` or the commit
@@ -130,7 +143,7 @@ private:
     struct CachedDay {
         std::string fingerprint;
         std::optional<Generation> checkedAt;  // when the fingerprint last matched
-        std::vector<Classified> items;
+        ClassifiedList::Run items;
     };
     // What the cached days were classified with.
     struct Inputs {
@@ -142,6 +155,8 @@ private:
 
     std::vector<Classified> compute(Instant from, Instant to);
     std::vector<Activity> read(Instant from, Instant to);
+    // The demonstration activities a search for `needle` finds, unsorted.
+    std::vector<Activity> demoMatches(std::string_view needle, Instant from, Instant to) const;
     void dropCacheIfInputsChanged();
     // Cuts [start, end) out of the absences that overlap it, and out of counted
     // time too when asked, keeping each remaining part's correction and billing
@@ -156,12 +171,13 @@ private:
     std::string fingerprint(Instant from, Instant to);
     std::optional<Generation> generation();
     // The cached items of the whole day [day, next), recomputed when stale.
-    const std::vector<Classified>& cachedDay(Instant day, Instant next, const std::optional<Generation>& now);
+    ClassifiedList::Run cachedDay(Instant day, Instant next, const std::optional<Generation>& now);
 
     ActivityStore* store_;
     Catalog& catalog_;
     ProjectStore& projects_;
     Clock& clock_;
+    DayCache keepDays_;
     std::optional<std::vector<Activity>> demo_;
     std::map<Instant, CachedDay> dayCache_;
     Inputs cachedWith_;

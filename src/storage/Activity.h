@@ -1,9 +1,11 @@
 // Activity: one stretch of time in one application (with the window title, site
 // and document seen there), or a stretch of idle, manual or private time. One row
-// of the `activity` table.
+// of the `activity` table. Its texts are shared: copying an activity copies no
+// text.
 #pragma once
 
 #include "support/Clock.h"
+#include "support/SharedText.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -19,14 +21,14 @@ struct Activity {
     std::int64_t id = 0;  // 0 until inserted
     Instant start = 0;
     Instant end = 0;
-    std::optional<std::string> bundleID;
+    SharedText bundleID;
     std::string appName;
-    std::optional<std::string> title;
-    std::optional<std::string> domain;
+    SharedText title;
+    SharedText domain;
     Kind kind = Kind::app;
-    std::optional<std::string> path;
-    std::optional<std::string> url;
-    std::optional<std::string> device;  // set by the database on insert
+    SharedText path;
+    SharedText url;
+    SharedText device;  // set by the database on insert
 
     // end − start, never negative.
     double duration() const { return std::max(0.0, end - start); }

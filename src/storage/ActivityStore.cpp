@@ -13,19 +13,26 @@ namespace {
 constexpr const char* selectColumns =
     "SELECT id, start, end, bundle_id, app_name, title, domain, kind, path, url, device";
 
-Activity decodeRow(const Statement& row) {
+// What a search matches; its values come from searchValues.
+constexpr const char* searchCondition =
+    "WHERE end > ? AND start < ? AND start >= ? AND kind != 'idle'\n"
+    "  AND (app_name LIKE ? ESCAPE '\\' OR title LIKE ? ESCAPE '\\' OR domain LIKE ? ESCAPE '\\'\n"
+    "       OR path LIKE ? ESCAPE '\\' OR url LIKE ? ESCAPE '\\')";
+
+// Rows of one read share their equal texts through `texts`.
+Activity decodeRow(const Statement& row, TextPool& texts) {
     Activity a;
     a.id = row.int64(0);
     a.start = row.real(1);
     a.end = row.real(2);
-    a.bundleID = row.text(3);
-    a.appName = row.text(4).value_or("");
-    a.title = row.text(5);
-    a.domain = row.text(6);
-    a.kind = kindFromRaw(row.text(7).value_or(""));
-    a.path = row.text(8);
-    a.url = row.text(9);
-    a.device = row.text(10);
+    a.bundleID = texts.text(row.textView(3));
+    a.appName = row.textView(4).value_or("");
+    a.title = texts.text(row.textView(5));
+    a.domain = texts.text(row.textView(6));
+    a.kind = kindFromRaw(row.textView(7).value_or(""));
+    a.path = texts.text(row.textView(8));
+    a.url = texts.text(row.textView(9));
+    a.device = texts.text(row.textView(10));
     return a;
 }
 
@@ -48,10 +55,13 @@ ActivityStore::ActivityStore(Database& db) : db_(db) { refresh(); }
 
 void ActivityStore::refresh() {
     try {
+        // Both read from their indexes (activity_length, activity_device).
         Statement longest = db_.prepare("SELECT COALESCE(MAX(end - start), 0) FROM activity");
         longest.step();
         double found = longest.real(0);
-        bool several = db_.queryInt("SELECT COUNT(DISTINCT device) FROM activity").value_or(0) > 1;
+        Statement devices = db_.prepare("SELECT (SELECT MIN(device) FROM activity), (SELECT MAX(device) FROM activity)");
+        devices.step();
+        bool several = devices.text(0) != devices.text(1);
         longest_ = found;
         severalDevices_ = several;
     } catch (const DatabaseError&) {
@@ -99,7 +109,8 @@ void ActivityStore::remove(std::int64_t id) { db_.run("DELETE FROM activity WHER
 
 std::vector<Activity> ActivityStore::readActivities(Statement& statement) {
     std::vector<Activity> out;
-    while (statement.step()) out.push_back(decodeRow(statement));
+    TextPool texts;
+    while (statement.step()) out.push_back(decodeRow(statement, texts));
     return out;
 }
 
@@ -112,7 +123,8 @@ std::vector<Activity> ActivityStore::recent(int limit) {
 std::optional<Activity> ActivityStore::activity(std::int64_t id) {
     Statement s = db_.prepare(std::string(selectColumns) + " FROM activity WHERE id = ?", {id});
     if (!s.step()) return std::nullopt;
-    return decodeRow(s);
+    TextPool texts;
+    return decodeRow(s, texts);
 }
 
 std::vector<Activity> ActivityStore::activities(Instant from, Instant to) {
@@ -160,17 +172,23 @@ std::vector<AppTotal> ActivityStore::appTotals(Instant from, Instant to) {
     return totals;
 }
 
-std::vector<Activity> ActivityStore::search(std::string_view text, Instant from, Instant to, int limit) {
+std::vector<SQLValue> ActivityStore::searchValues(std::string_view text, Instant from, Instant to) const {
     std::string pattern = likePattern(text);
-    Statement s = db_.prepare(
-        std::string(selectColumns) +
-            " FROM activity\n"
-            "WHERE end > ? AND start < ? AND start >= ? AND kind != 'idle'\n"
-            "  AND (app_name LIKE ? ESCAPE '\\' OR title LIKE ? ESCAPE '\\' OR domain LIKE ? ESCAPE '\\'\n"
-            "       OR path LIKE ? ESCAPE '\\' OR url LIKE ? ESCAPE '\\')\n"
-            "ORDER BY start DESC LIMIT ?",
-        {from, to, lowerBound(from), pattern, pattern, pattern, pattern, pattern, std::int64_t{limit}});
+    return {from, to, lowerBound(from), pattern, pattern, pattern, pattern, pattern};
+}
+
+std::vector<Activity> ActivityStore::search(std::string_view text, Instant from, Instant to, int limit) {
+    std::vector<SQLValue> values = searchValues(text, from, to);
+    values.emplace_back(std::int64_t{limit});
+    Statement s = db_.prepare(std::string(selectColumns) + " FROM activity\n" + searchCondition +
+                                  "\nORDER BY start DESC LIMIT ?",
+                              values);
     return readActivities(s);
+}
+
+std::int64_t ActivityStore::searchCount(std::string_view text, Instant from, Instant to) {
+    return db_.queryInt(std::string("SELECT COUNT(*) FROM activity\n") + searchCondition, searchValues(text, from, to))
+        .value_or(0);
 }
 
 std::string ActivityStore::fingerprint(Instant from, Instant to) {

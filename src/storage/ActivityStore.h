@@ -59,6 +59,8 @@ public:
     // Non-idle activities whose application, title, site, path or address
     // contain `text` (ASCII case-insensitive, `%` and `_` literal), newest first.
     std::vector<Activity> search(std::string_view text, Instant from, Instant to, int limit);
+    // How many activities search would find without a limit.
+    std::int64_t searchCount(std::string_view text, Instant from, Instant to);
     // Changes whenever a row of the range is added, removed, extended, retitled
     // or rekinded; equal strings mean the range is unchanged.
     std::string fingerprint(Instant from, Instant to);
@@ -69,6 +71,7 @@ private:
     // Keeps `longest` at least as long as row `id` once it ends at `end`.
     void raiseLongest(std::int64_t id, Instant end);
     std::vector<Activity> readActivities(Statement& statement);
+    std::vector<SQLValue> searchValues(std::string_view text, Instant from, Instant to) const;
 
     Database& db_;
     double longest_ = 0;

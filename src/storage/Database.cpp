@@ -52,9 +52,15 @@ std::int64_t Statement::int64(int column) const { return sqlite3_column_int64(st
 double Statement::real(int column) const { return sqlite3_column_double(statement_, column); }
 
 std::optional<std::string> Statement::text(int column) const {
+    auto view = textView(column);
+    return view ? std::optional<std::string>(*view) : std::nullopt;
+}
+
+std::optional<std::string_view> Statement::textView(int column) const {
     const unsigned char* text = sqlite3_column_text(statement_, column);
     if (!text) return std::nullopt;
-    return std::string(reinterpret_cast<const char*>(text), sqlite3_column_bytes(statement_, column));
+    return std::string_view(reinterpret_cast<const char*>(text),
+                            static_cast<std::size_t>(sqlite3_column_bytes(statement_, column)));
 }
 
 std::optional<std::int64_t> Statement::optionalInt64(int column) const {
@@ -141,7 +147,7 @@ Database::Database(const fs::path& path, std::int64_t targetVersion) : path_(pat
 void Database::open() {
     // Opening read-only first would not help: SQLite writes nothing until asked,
     // and the version is read before any pragma that could write.
-    int result = sqlite3_open_v2(path_.c_str(), &db_, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
+    int result = sqlite3_open_v2(path_.c_str(), &db_, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX, nullptr);
     if (result != SQLITE_OK) {
         sqlite3_close(db_);
         db_ = nullptr;

@@ -9,6 +9,7 @@
 #pragma once
 
 #include "storage/Errors.h"
+#include "support/SharedText.h"
 
 #include <cstdint>
 #include <filesystem>
@@ -32,6 +33,7 @@ using SQLValue = std::variant<std::int64_t, double, std::string, std::nullptr_t>
 inline SQLValue sqlText(const std::optional<std::string>& text) {
     return text ? SQLValue(*text) : SQLValue(nullptr);
 }
+inline SQLValue sqlText(const SharedText& text) { return text ? SQLValue(*text) : SQLValue(nullptr); }
 inline SQLValue sqlInt(const std::optional<std::int64_t>& value) {
     return value ? SQLValue(*value) : SQLValue(nullptr);
 }
@@ -57,6 +59,8 @@ public:
     double real(int column) const;
     // NULL reads as absent.
     std::optional<std::string> text(int column) const;
+    // The same without a copy, valid until the next step.
+    std::optional<std::string_view> textView(int column) const;
     std::optional<std::int64_t> optionalInt64(int column) const;
     std::optional<double> optionalReal(int column) const;
     // The column as a SQLValue of its storage class.
@@ -74,7 +78,7 @@ private:
 
 class Database {
 public:
-    static constexpr std::int64_t schemaVersion = 9;
+    static constexpr std::int64_t schemaVersion = 10;
 
     // The database file: $OMBRELO_DB when set; otherwise
     // $XDG_DATA_HOME/ombrelo/ombrelo.sqlite for an installed release build and

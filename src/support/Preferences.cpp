@@ -68,9 +68,11 @@ struct Preferences::State {
     json values = json::object();
     FileIdentity seen;
     bool damaged = false;
+    bool shared = true;
     std::uint64_t generation = 0;
 
     void reloadIfChanged() {
+        if (!shared && generation > 0) return;
         FileIdentity now = identityOf(file);
         if (now == seen && generation > 0) return;
         seen = now;
@@ -135,7 +137,10 @@ struct Preferences::State {
     }
 };
 
-Preferences::Preferences(fs::path file) : state_(std::make_unique<State>()) { state_->file = std::move(file); }
+Preferences::Preferences(fs::path file, Writers writers) : state_(std::make_unique<State>()) {
+    state_->file = std::move(file);
+    state_->shared = writers == Writers::anyProcess;
+}
 
 Preferences::~Preferences() = default;
 

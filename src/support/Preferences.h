@@ -37,7 +37,13 @@ public:
     using Value = std::variant<bool, std::int64_t, double, std::string, std::vector<std::int64_t>,
                                std::vector<std::string>>;
 
-    explicit Preferences(std::filesystem::path file);
+    // Who writes the file besides this instance.
+    enum class Writers {
+        anyProcess,  // every read first checks whether the file was replaced
+        thisOnly,    // a private copy: read once, then kept in memory
+    };
+
+    explicit Preferences(std::filesystem::path file, Writers writers = Writers::anyProcess);
     ~Preferences();
     Preferences(const Preferences&) = delete;
     Preferences& operator=(const Preferences&) = delete;

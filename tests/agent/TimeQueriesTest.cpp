@@ -198,9 +198,37 @@ TEST_F(TimeQueriesTest, SearchTotalsAndGroupsMatches) {
     ASSERT_EQ(result["matches"].size(), 2u);
     EXPECT_EQ(result["matches"][0], json({{"title", "Devis Dupont"}, {"app", "Mail"}, {"minutes", 90}, {"project", nullptr}}));
     EXPECT_EQ(result["matches"][1]["title"], "dupont.fr");
+    EXPECT_EQ(result["truncated"], false);
+    EXPECT_EQ(result["matched_activities"], 3);
+    EXPECT_EQ(result["counted_from"], nullptr);
 
     EXPECT_EQ(queries.searchActivity({{"query", "dupont"}, {"days", -4}})["days"], 1);
     EXPECT_EQ(errorOf([&] { queries.searchActivity({{"query", "   "}}); }), "Paramètre « query » manquant.");
+}
+
+TEST_F(TimeQueriesTest, ASearchCutAtItsLimitSaysWhatItLeftOut) {
+    // Five minutes every ten minutes from 1 October: more matches than
+    // a search counts.
+    std::size_t matching = Workspace::searchLimit + 150;
+    Instant first = local::make(2026, 10, 1, 8);
+    {
+        Transaction transaction(db);
+        for (std::size_t i = 0; i < matching; ++i) record(first + 600.0 * i, 300, "Mail", std::string("Dupont"));
+        transaction.commit();
+    }
+    SearchReport report = queries.search({{"query", "dupont"}});
+    EXPECT_TRUE(report.cut());
+    EXPECT_EQ(report.activityIDs.size(), static_cast<std::size_t>(Workspace::searchLimit));
+    EXPECT_EQ(report.matchedActivities, matching);
+    // The newest ones are counted: the oldest counted is the 151st.
+    EXPECT_EQ(report.countedFrom, first + 600.0 * 150);
+    EXPECT_EQ(report.seconds, 300.0 * Workspace::searchLimit);
+
+    json result = queries.toJSON(report);
+    EXPECT_EQ(result["truncated"], true);
+    EXPECT_EQ(result["matched_activities"], matching);
+    EXPECT_EQ(result["counted_from"], local::formatDay(first + 600.0 * 150));
+    EXPECT_EQ(result["total_minutes"], 5 * Workspace::searchLimit);  // the counted time, as before
 }
 
 } // namespace

@@ -1,5 +1,6 @@
 // The real binary, in a private data folder.
 #include "testing/TestSupport.h"
+#include "storage/Database.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -16,7 +17,7 @@ TEST(StatusCommand, CreatesDatabaseInDataFolderAndReportsIt) {
     ASSERT_EQ(result.status, 0) << result.err;
     auto status = nlohmann::json::parse(result.out);
     EXPECT_EQ(status["database"], (home / "data/ombrelo/ombrelo-dev.sqlite").string());
-    EXPECT_EQ(status["schema_version"], 9);
+    EXPECT_EQ(status["schema_version"], Database::schemaVersion);
     EXPECT_EQ(status["activities"], 0);
     EXPECT_TRUE(status["first_activity"].is_null());
     EXPECT_EQ(status["paused"], false);

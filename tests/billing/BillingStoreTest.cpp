@@ -40,7 +40,7 @@ protected:
         c.activity.appName = "Xcode";
         c.activity.kind = kind;
         c.activity.id = activities.insert(c.activity);
-        c.project = std::move(p);
+        if (p) c.project = std::make_shared<const Project>(std::move(*p));
         return c;
     }
     std::optional<std::string> storedInvoice(std::int64_t id) {
@@ -78,9 +78,12 @@ TEST_F(BillingStoreTest, StatusesFollowTheProjectNotJustTheRows) {
 
     // Made non-billable, the project's time is not billable whatever the rows say;
     // made billable again, the rows count again.
-    billed.project->billable = false;
+    Project changed = *billed.project;
+    changed.billable = false;
+    billed.project = std::make_shared<const Project>(changed);
     EXPECT_EQ(store.statuses({billed}).at(billed.activity.id), BillingStatus::nonBillable);
-    billed.project->billable = true;
+    changed.billable = true;
+    billed.project = std::make_shared<const Project>(changed);
     EXPECT_EQ(store.statuses({billed}).at(billed.activity.id), BillingStatus::paid);
 }
 

@@ -168,14 +168,14 @@ TEST(Pricing, ProjectLabel) {
     testing::ScopedLanguage french("fr");
     std::vector<Client> clients{{3, "Atelier Dupont", "teal"}};
     Project p = priced(RateKind::hour, 0, Rounding::none);
-    EXPECT_EQ(projectLabel(p, clients), "Refonte");
+    EXPECT_EQ(projectLabel(&p, clients), "Refonte");
     p.clientID = 3;
-    EXPECT_EQ(projectLabel(p, clients), "Atelier Dupont › Refonte");
+    EXPECT_EQ(projectLabel(&p, clients), "Atelier Dupont › Refonte");
     p.clientID = 4;  // a client that is gone
-    EXPECT_EQ(projectLabel(p, clients), "Refonte");
-    EXPECT_EQ(projectLabel(std::nullopt, clients), "Sans projet");
+    EXPECT_EQ(projectLabel(&p, clients), "Refonte");
+    EXPECT_EQ(projectLabel(nullptr, clients), "Sans projet");
     testing::ScopedLanguage english("en");
-    EXPECT_EQ(projectLabel(std::nullopt, clients), "No project");
+    EXPECT_EQ(projectLabel(nullptr, clients), "No project");
 }
 
 TEST(Money, FormatsExactCentsInTheInterfaceLocale) {

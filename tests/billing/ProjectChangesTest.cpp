@@ -62,7 +62,7 @@ protected:
         item.activity.appName = "Atelier";
         item.activity.kind = Activity::Kind::app;
         item.activity.id = activities.insert(item.activity);
-        item.project = project;
+        if (project) item.project = std::make_shared<const Project>(*project);
         if (source)
             db.run("INSERT INTO assignment (activity_id, project_id, source) VALUES (?, ?, ?)",
                    {item.activity.id, sqlInt(stored ? stored : (project ? std::optional(project->id) : std::nullopt)),

@@ -40,8 +40,8 @@ protected:
         it.activity.end = nine + offset + seconds;
         it.activity.appName = std::move(app);
         it.activity.kind = kind;
-        it.project = std::move(p);
-        it.category = std::move(c);
+        if (p) it.project = std::make_shared<const Project>(std::move(*p));
+        if (c) it.category = std::make_shared<const Category>(std::move(*c));
         return it;
     }
     Classified idle(double offset, double seconds) { return item(offset, seconds, {}, {}, Kind::idle, "Inactif"); }
@@ -190,6 +190,25 @@ TEST_F(InsightsTest, BreakdownsByLabelSiteAndDocument) {
     EXPECT_EQ(summary.byDocument[0].label, "devis-42.odt");
     EXPECT_EQ(summary.byDocument[1].label, "Devis");
     EXPECT_EQ(summary.byApp[0].label, "Firefox");
+
+    // Totals fed day by day, each day's items gone before the next arrives,
+    // come out as the totals of all the items at once.
+    SummaryBuilder streamed;
+    for (const Classified& one : {site, doc, folder, secret}) {
+        auto day = std::make_unique<Classified>(one);
+        // Texts of their own, not shared with the items above.
+        day->activity.domain = std::optional<std::string>(one.activity.domain);
+        day->activity.path = std::optional<std::string>(one.activity.path);
+        streamed.add(*day);
+    }
+    Summary again = std::move(streamed).take();
+    ASSERT_EQ(again.byLabel.size(), summary.byLabel.size());
+    for (std::size_t i = 0; i < again.byLabel.size(); ++i) {
+        EXPECT_EQ(again.byLabel[i].label, summary.byLabel[i].label);
+        EXPECT_EQ(again.byLabel[i].seconds, summary.byLabel[i].seconds);
+    }
+    EXPECT_EQ(again.byDocument[1].label, "Devis");
+    EXPECT_EQ(again.active, summary.active);
 }
 
 TEST_F(InsightsTest, DailyTotalsFollowCalendarDaysAcrossDaylightSaving) {

@@ -69,6 +69,36 @@ TEST_F(WorkspaceTest, EmptyPeriodsAndEmptyDatabaseGiveNothing) {
     EXPECT_EQ(workspace.items(monday, tuesday).size(), 1u);
 }
 
+TEST_F(WorkspaceTest, ItemsAlreadyHandedOutNeverChange) {
+    record(monday + 9 * 3600, monday + 10 * 3600);
+    ClassifiedList before = workspace.items(monday, tuesday);
+    record(monday + 11 * 3600, monday + 12 * 3600);
+    ClassifiedList after = workspace.items(monday, tuesday);
+    EXPECT_EQ(before.size(), 1u);  // the cached day was replaced, not changed in place
+    EXPECT_EQ(after.size(), 2u);
+}
+
+TEST_F(WorkspaceTest, AOneShotWorkspaceHandsOverTheSameItemsDayByDayAndKeepsNone) {
+    record(monday + 9 * 3600, monday + 10 * 3600);
+    record(tuesday - 600, tuesday + 600);
+    record(wednesday + 8 * 3600, wednesday + 9 * 3600);
+    using Span = std::pair<Instant, Instant>;
+    std::vector<Span> kept, once;
+    for (const Classified& item : workspace.items(monday - 86400, wednesday + 86400))
+        kept.emplace_back(item.activity.start, item.activity.end);
+
+    Workspace oneShot{&store, catalog, projects, clock, Workspace::DayCache::none};
+    std::vector<Instant> days;
+    oneShot.eachDay(monday - 86400, wednesday + 86400, [&](const ClassifiedList::Run& day) {
+        days.push_back(local::startOfDay(day->front().activity.start));
+        for (const Classified& item : *day) once.emplace_back(item.activity.start, item.activity.end);
+    });
+    EXPECT_EQ(once, kept);
+    EXPECT_EQ(kept.size(), 4u);  // the night's activity once on each side of midnight
+    EXPECT_EQ(days, (std::vector<Instant>{monday, tuesday, wednesday}));
+    EXPECT_EQ(oneShot.daysComputed(), 0u);
+}
+
 TEST_F(WorkspaceTest, ActivityAcrossMidnightIsClippedToEachDay) {
     std::int64_t id = record(tuesday - 600, tuesday + 600);  // 23:50 to 00:10
     auto first = workspace.day(monday);

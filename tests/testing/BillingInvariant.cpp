@@ -16,7 +16,7 @@ namespace ombrelo::testing {
 namespace {
 
 BillingTotals totalsOf(Workspace& workspace, BillingStore& billing, Instant from, Instant to) {
-    std::vector<Classified> items = workspace.items(from, to);
+    ClassifiedList items = workspace.items(from, to);
     return BillingTotals::compute(items, billing.statuses(items), from, to);
 }
 

@@ -46,9 +46,8 @@ void listActivities(Session& session, const Arguments& arguments) {
         catalog.classifyDetailed(session.activities().activities(from, to), projects.projects());
 
     if (session.json) {
-        nlohmann::json list = nlohmann::json::array();
-        for (const Classification& result : results) list.push_back(activityJSON(result, projects));
-        output::json({{"from", local::formatDay(from)}, {"to", local::formatDay(lastDay)}, {"activities", list}});
+        output::jsonWithList({{"from", local::formatDay(from)}, {"to", local::formatDay(lastDay)}}, "activities",
+                             results.size(), [&](std::size_t i) { return activityJSON(results[i], projects); });
         return;
     }
     if (results.empty()) {

@@ -51,7 +51,7 @@ std::vector<std::int64_t> targets(Session& session, TimeModel& model, BillingSto
     if (arguments.project) project = requireProject(model.projects, *arguments.project);
     Period range = rangeOptions(*arguments.from, *arguments.to);
 
-    std::vector<Classified> items = model.workspace.items(range.start, range.end);
+    ClassifiedList items = model.workspace.items(range.start, range.end);
     BillingStatuses statuses = billing.statuses(items);
     std::vector<std::int64_t> ids;
     std::set<std::int64_t> seen;
@@ -115,7 +115,7 @@ void totals(Session& session, const Arguments& arguments) {
     } else {
         range = answer([&] { return period(periodArguments(std::nullopt, arguments.from, arguments.to), now); });
     }
-    std::vector<Classified> items = model.workspace.items(range.start, range.end);
+    ClassifiedList items = model.workspace.items(range.start, range.end);
     BillingTotals sums = BillingTotals::compute(items, billing.statuses(items), range.start, range.end);
     std::string currency = Format::currency(session.preferences());
 

@@ -7,6 +7,7 @@
 #include "app/commands/TimeModel.h"
 #include "reports/Format.h"
 #include "support/L10n.h"
+#include "support/LocalTime.h"
 
 #include <fmt/format.h>
 #include <memory>
@@ -28,6 +29,16 @@ void render(const SearchReport& report, const ProjectStore& projects) {
                                                        report.days > 1 ? "s" : "", Format::duration(report.seconds),
                                                        activityCount(report.activityIDs.size()));
     output::line(heading);
+    if (report.cut()) {
+        std::string day = local::formatDay(*report.countedFrom);
+        output::line(L10n::french()
+                         ? fmt::format("Seules les {} activités les plus récentes sont comptées, depuis le {} ; {} "
+                                       "activités correspondent en tout.",
+                                       report.activityIDs.size(), day, report.matchedActivities)
+                         : fmt::format("Only the newest {} activities are counted, since {}; {} activities match "
+                                       "in all.",
+                                       report.activityIDs.size(), day, report.matchedActivities));
+    }
     if (report.matches.empty()) return;
     std::vector<std::string> times;
     for (const SearchMatch& match : report.matches) times.push_back(Format::duration(match.seconds));
@@ -36,7 +47,7 @@ void render(const SearchReport& report, const ProjectStore& projects) {
                              std::string(L10n::text("Appli", "App")), std::string(L10n::text("Projet", "Project"))});
     for (std::size_t i = 0; i < report.matches.size(); ++i) {
         const SearchMatch& match = report.matches[i];
-        table.add({times[i], match.title, match.app, projectCell(projects, match.project)});
+        table.add({times[i], match.title, match.app, projectCell(projects, match.project.get())});
     }
     output::line("");
     table.print(std::cout);

@@ -27,6 +27,9 @@ std::string periodTitle(const Period& period) {
            last;
 }
 
+// A total of the period: none at all reads "0 min", not "< 1 min".
+std::string total(double seconds) { return seconds > 0 ? Format::duration(seconds) : "0 min"; }
+
 void render(const SummaryReport& report, const ProjectStore& projects, const std::string& currency) {
     const Summary& summary = report.summary;
     output::line(periodTitle(report.period));
@@ -35,11 +38,11 @@ void render(const SummaryReport& report, const ProjectStore& projects, const std
         return;
     }
     output::line("");
-    output::field(L10n::text("Temps actif", "Active time"), Format::duration(summary.active));
-    output::field(L10n::text("Facturable", "Billable"), Format::duration(summary.billable));
+    output::field(L10n::text("Temps actif", "Active time"), total(summary.active));
+    output::field(L10n::text("Facturable", "Billable"), total(summary.billable));
     output::field(L10n::text("Montant HT", "Amount excl. tax"), Format::money(summary.amountCents, currency));
-    output::field(L10n::text("Distractions", "Distractions"), Format::duration(summary.distraction));
-    output::field(L10n::text("Sans projet", "No project"), Format::duration(summary.unassigned()));
+    output::field(L10n::text("Distractions", "Distractions"), total(summary.distraction));
+    output::field(L10n::text("Sans projet", "No project"), total(summary.unassigned()));
 
     std::vector<std::string> names, times, amounts;
     for (const ProjectTotal& total : summary.byProject) {

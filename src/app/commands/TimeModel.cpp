@@ -22,7 +22,8 @@ std::size_t width(const std::string& text) {
 TimeModel::TimeModel(Session& session)
     : catalog(openCatalog(session)),
       projects(openProjects(session)),
-      workspace(&session.activities(), catalog, projects, session.clock()),
+      // A command reads each day once: keeping the days would only hold memory.
+      workspace(&session.activities(), catalog, projects, session.clock(), Workspace::DayCache::none),
       queries(workspace, projects, session.clock()) {}
 
 void usageFailure(const std::string& message) { throw CommandFailure(exitStatus::usage, message); }
@@ -71,7 +72,7 @@ void alignRight(std::vector<std::string>& column) {
     for (std::string& text : column) text.insert(0, widest - width(text), ' ');
 }
 
-std::string projectCell(const ProjectStore& projects, const std::optional<Project>& project) {
+std::string projectCell(const ProjectStore& projects, const Project* project) {
     return project ? projects.label(project) : "—";
 }
 

@@ -56,7 +56,7 @@ std::string percent(double part, double whole);
 // Pads every text of the column on the left to the widest, so numbers line up.
 void alignRight(std::vector<std::string>& column);
 // "Dupont › Refonte" for a project, "—" for none.
-std::string projectCell(const ProjectStore& projects, const std::optional<Project>& project);
+std::string projectCell(const ProjectStore& projects, const Project* project);
 
 // "3 activités" / "3 activities".
 std::string activityCount(std::size_t count);

@@ -52,7 +52,7 @@ void render(const TimelineReport& report, const ProjectStore& projects) {
         if (block.manual() && block.items.front().activity.kind != Activity::Kind::manual)
             title += L10n::text(" (à la main)", " (by hand)");
         table.add({local::formatTime(block.start()), local::formatTime(block.end()), durations[i],
-                   block.idle() ? "" : projectCell(projects, block.project()),
+                   block.idle() ? "" : projectCell(projects, block.project().get()),
                    block.category() ? block.category()->name : "—", title, usedText(block)});
     }
     output::line("");
