@@ -21,12 +21,15 @@ void jsonWithList(nlohmann::json document, std::string_view listKey, std::size_t
         json(document, out);
         return;
     }
-    // The document printed around a marker, then the items where it stands,
-    // each indented one level deeper than the list's key.
-    constexpr std::string_view marker = R"("\u0001list\u0001")";
-    document[std::string(listKey)] = "\x01list\x01";
+    // The document printed with a marker for the list, then the items where
+    // it stands, each indented one level deeper than the list's key. The key
+    // and its quotes are part of what is looked for: no text value can hold
+    // them unescaped.
+    constexpr std::string_view placeholder = R"("\u0001")";  // "\x01" as dump() writes it
+    document[std::string(listKey)] = "\x01";
     std::string text = document.dump(2);
-    std::size_t at = text.find(marker);
+    std::string marker = nlohmann::json(listKey).dump() + ": " + std::string(placeholder);
+    std::size_t at = text.find(marker) + marker.size() - placeholder.size();
     std::size_t lineStart = text.rfind('\n', at) + 1;
     std::string indent(text.find_first_not_of(' ', lineStart) - lineStart + 2, ' ');
     out << std::string_view(text).substr(0, at) << '[';
@@ -38,8 +41,8 @@ void jsonWithList(nlohmann::json document, std::string_view listKey, std::size_t
             if (c == '\n') out << indent;
         }
     }
-    out << '\n' << std::string_view(indent).substr(2) << ']' << std::string_view(text).substr(at + marker.size())
-        << '\n';
+    out << '\n' << std::string_view(indent).substr(2) << ']'
+        << std::string_view(text).substr(at + placeholder.size()) << '\n';
 }
 
 void field(std::string_view label, std::string_view value, std::ostream& out) {

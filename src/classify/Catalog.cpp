@@ -58,6 +58,30 @@ std::vector<SQLValue> ruleValues(const Rule& rule) {
 
 constexpr std::size_t fieldIndex(Rule::Field field) { return static_cast<std::size_t>(field); }
 
+// The text a rule on `field` reads; for the application, its bundle id (the
+// name goes with it).
+const SharedText& fieldText(Rule::Field field, const Activity& activity) {
+    switch (field) {
+    case Rule::Field::app:
+        return activity.bundleID;
+    case Rule::Field::domain:
+        return activity.domain;
+    case Rule::Field::title:
+        return activity.title;
+    case Rule::Field::path:
+        return activity.path;
+    case Rule::Field::url:
+        break;
+    }
+    return activity.url;
+}
+
+// The slot of a shared text among `slots`, by its address: allocations are
+// aligned on 16 bytes, so the low bits say nothing.
+std::size_t slotOf(const SharedText& text, std::size_t slots) {
+    return (reinterpret_cast<std::uintptr_t>(text.identity()) >> 4) % slots;
+}
+
 void appendKeyPart(std::string& key, std::string_view value) {
     // Length-prefixed, so no text can imitate another split of the fields.
     auto size = static_cast<std::uint32_t>(value.size());
@@ -305,40 +329,40 @@ Catalog::FieldResults Catalog::computeFieldResults(std::size_t field, const Acti
     return results;
 }
 
+std::uint32_t Catalog::memoID(std::size_t field, const Activity& activity, std::string_view key) {
+    FieldMemo& memo = fieldMemo_[field];
+    if (auto found = memo.ids.find(key); found != memo.ids.end()) return found->second;
+    memo.results.push_back(computeFieldResults(field, activity));
+    auto id = static_cast<std::uint32_t>(memo.results.size() - 1);
+    memo.ids.emplace(key, id);
+    return id;
+}
+
 const Catalog::FieldResults& Catalog::fieldResults(std::size_t field, const Activity& activity) {
     FieldMemo& memo = fieldMemo_[field];
-    const SharedText* value = nullptr;
-    switch (static_cast<Rule::Field>(field)) {
-    case Rule::Field::app:
+    bool app = static_cast<Rule::Field>(field) == Rule::Field::app;
+    const SharedText& text = fieldText(static_cast<Rule::Field>(field), activity);
+    if (!text && !app) {
+        if (!memo.absent) {
+            memo.results.push_back(computeFieldResults(field, activity));
+            memo.absent = static_cast<std::uint32_t>(memo.results.size() - 1);
+        }
+        return memo.results[*memo.absent];
+    }
+    FieldMemo::Recent* recent = text ? &memo.recent[slotOf(text, memo.recent.size())] : nullptr;
+    if (recent && recent->text.sharedWith(text) && (!app || recent->appName == activity.appName))
+        return memo.results[recent->id];
+
+    std::uint32_t id;
+    if (app) {
         keyBuffer_.clear();
         appendKeyPart(keyBuffer_, activity.bundleID);
         appendKeyPart(keyBuffer_, std::string_view(activity.appName));
-        break;
-    case Rule::Field::domain:
-        value = &activity.domain;
-        break;
-    case Rule::Field::title:
-        value = &activity.title;
-        break;
-    case Rule::Field::path:
-        value = &activity.path;
-        break;
-    case Rule::Field::url:
-        value = &activity.url;
-        break;
+        id = memoID(field, activity, keyBuffer_);
+    } else {
+        id = memoID(field, activity, *text);
     }
-    auto remember = [&](FieldResults results) -> std::uint32_t {
-        memo.results.push_back(std::move(results));
-        return static_cast<std::uint32_t>(memo.results.size() - 1);
-    };
-    if (value && !*value) {
-        if (!memo.absent) memo.absent = remember(computeFieldResults(field, activity));
-        return memo.results[*memo.absent];
-    }
-    std::string_view key = value ? std::string_view(**value) : std::string_view(keyBuffer_);
-    if (auto found = memo.ids.find(key); found != memo.ids.end()) return memo.results[found->second];
-    std::uint32_t id = remember(computeFieldResults(field, activity));
-    memo.ids.emplace(key, id);
+    if (recent) *recent = {text, app ? activity.appName : std::string(), id};
     return memo.results[id];
 }
 

@@ -183,12 +183,25 @@ private:
         std::unordered_map<std::string, std::uint32_t, KeyHash, std::equal_to<>> ids;
         std::optional<std::uint32_t> absent;  // the id of "no value"
         std::vector<FieldResults> results;    // by id
+        // Ids of texts met lately, by the address of the shared text: the rows
+        // of one read share their texts, so most look-ups end here without
+        // hashing one. A slot holds its text, so no other text can take its
+        // address meanwhile.
+        struct Recent {
+            SharedText text;      // the bundle id for the application
+            std::string appName;  // the application only
+            std::uint32_t id = 0;
+        };
+        std::array<Recent, 4096> recent;
     };
     // The rules whose text part applies to `activity`, in rule order. Valid
     // until the next call.
     const std::vector<Candidate>& candidates(const Activity& activity);
     // The results of the activity's value of `field`, computed on first sight.
     const FieldResults& fieldResults(std::size_t field, const Activity& activity);
+    // The id of the value `key` of `field` (the activity's), its results
+    // computed on first sight.
+    std::uint32_t memoID(std::size_t field, const Activity& activity, std::string_view key);
     FieldResults computeFieldResults(std::size_t field, const Activity& activity) const;
     template <typename Emit>  // void(Classification&&)
     void classifyEach(std::vector<Activity>& activities, const std::vector<Project>& projects, Emit&& emit);

@@ -252,8 +252,8 @@ void Workspace::setDemo(std::optional<std::vector<Activity>> activities) {
 
 void Workspace::invalidate() { dayCache_.clear(); }
 
-std::vector<Classified> Workspace::compute(Instant from, Instant to) {
-    std::vector<Activity> activities = read(from, to);
+std::vector<Classified> Workspace::compute(Instant from, Instant to, std::string* fingerprint) {
+    std::vector<Activity> activities = read(from, to, fingerprint);
     for (Activity& activity : activities) {
         activity.start = std::max(activity.start, from);
         activity.end = std::min(activity.end, to);
@@ -261,7 +261,7 @@ std::vector<Classified> Workspace::compute(Instant from, Instant to) {
     return catalog_.classify(std::move(activities), projects_.projects());
 }
 
-std::vector<Activity> Workspace::read(Instant from, Instant to) {
+std::vector<Activity> Workspace::read(Instant from, Instant to, std::string* fingerprint) {
     std::vector<Activity> activities;
     if (demo_) {
         for (const Activity& activity : *demo_)
@@ -273,28 +273,31 @@ std::vector<Activity> Workspace::read(Instant from, Instant to) {
         activities = store_->activities(from, to);
     } catch (const DatabaseError& error) {
         log_->warn("Lecture impossible : {}", error.description());
+        if (fingerprint) *fingerprint = randomUUID();  // matches nothing: read again next time
         return {};
     }
+    if (fingerprint) *fingerprint = ActivityStore::fingerprint(activities);
     if (store_->severalDevices()) activities = mergeDevices(std::move(activities));
     return activities;
 }
 
 ClassifiedList::Run Workspace::cachedDay(Instant day, Instant next, const std::optional<Generation>& now) {
-    auto compute = [&] { return std::make_shared<const std::vector<Classified>>(this->compute(day, next)); };
-    if (keepDays_ == DayCache::none) return compute();
+    if (keepDays_ == DayCache::none) return std::make_shared<const std::vector<Classified>>(compute(day, next));
     auto cached = dayCache_.find(day);
-    if (cached != dayCache_.end() && now && cached->second.checkedAt == now) return cached->second.items;
-    std::string print = fingerprint(day, next);
-    if (cached != dayCache_.end() && cached->second.fingerprint == print) {
-        cached->second.checkedAt = now;
-        return cached->second.items;
+    if (cached != dayCache_.end()) {
+        if (now && cached->second.checkedAt == now) return cached->second.items;
+        if (cached->second.fingerprint == fingerprint(day, next)) {
+            cached->second.checkedAt = now;
+            return cached->second.items;
+        }
     }
     ++daysComputed_;
-    // The generation was read before the fingerprint: a change in between
-    // makes the next read check the fingerprint again.
-    CachedDay& entry = dayCache_[day];
-    entry = CachedDay{std::move(print), now, compute()};
-    return entry.items;
+    // The fingerprint is the rows' that were classified, and the generation
+    // was read before them: a change since makes the next read check again.
+    std::string print;
+    auto items = std::make_shared<const std::vector<Classified>>(compute(day, next, &print));
+    dayCache_[day] = CachedDay{std::move(print), now, items};
+    return items;
 }
 
 std::optional<Workspace::Generation> Workspace::generation() {

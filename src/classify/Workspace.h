@@ -153,8 +153,10 @@ private:
         bool operator==(const Inputs&) const = default;
     };
 
-    std::vector<Classified> compute(Instant from, Instant to);
-    std::vector<Activity> read(Instant from, Instant to);
+    // With `fingerprint`, also the fingerprint of the rows read (as the
+    // store's fingerprint query gives it).
+    std::vector<Classified> compute(Instant from, Instant to, std::string* fingerprint = nullptr);
+    std::vector<Activity> read(Instant from, Instant to, std::string* fingerprint = nullptr);
     // The demonstration activities a search for `needle` finds, unsorted.
     std::vector<Activity> demoMatches(std::string_view needle, Instant from, Instant to) const;
     void dropCacheIfInputsChanged();

@@ -3,6 +3,7 @@
 #include "storage/DeviceMerge.h"
 
 #include <algorithm>
+#include <cmath>
 #include <fmt/format.h>
 #include <unordered_map>
 
@@ -19,22 +20,58 @@ constexpr const char* searchCondition =
     "  AND (app_name LIKE ? ESCAPE '\\' OR title LIKE ? ESCAPE '\\' OR domain LIKE ? ESCAPE '\\'\n"
     "       OR path LIKE ? ESCAPE '\\' OR url LIKE ? ESCAPE '\\')";
 
-// Rows of one read share their equal texts through `texts`.
-Activity decodeRow(const Statement& row, TextPool& texts) {
+// Past this many distinct texts the pool starts over, so that a long-running
+// process's memory stays bounded.
+constexpr std::size_t textPoolLimit = 100'000;
+
+// Rows share their equal texts through `texts`.
+Activity decodeRow(const Statement& row, ActivityStore::RowTexts& texts) {
+    auto text = [&](int column) { return texts.text(static_cast<std::size_t>(column), row.textView(column)); };
     Activity a;
     a.id = row.int64(0);
     a.start = row.real(1);
     a.end = row.real(2);
-    a.bundleID = texts.text(row.textView(3));
+    a.bundleID = text(3);
     a.appName = row.textView(4).value_or("");
-    a.title = texts.text(row.textView(5));
-    a.domain = texts.text(row.textView(6));
+    a.title = text(5);
+    a.domain = text(6);
     a.kind = kindFromRaw(row.textView(7).value_or(""));
-    a.path = texts.text(row.textView(8));
-    a.url = texts.text(row.textView(9));
-    a.device = texts.text(row.textView(10));
+    a.path = text(8);
+    a.url = text(9);
+    a.device = text(10);
     return a;
 }
+
+// Seconds per application name, in one pass over the rows.
+class AppTally {
+public:
+    void add(std::string_view name, std::optional<std::string_view> bundleID, double seconds) {
+        auto known = index_.find(name);
+        if (known == index_.end()) {
+            known = index_.emplace(std::string(name), totals_.size()).first;
+            totals_.push_back({std::string(name), std::nullopt, 0});
+        }
+        AppTotal& total = totals_[known->second];
+        total.seconds += seconds;
+        // The name's greatest bundle id, whatever the order of the rows.
+        if (bundleID && (!total.bundleID || *bundleID > *total.bundleID)) total.bundleID = std::string(*bundleID);
+    }
+    // Largest first, equal ones by name.
+    std::vector<AppTotal> sorted() && {
+        std::sort(totals_.begin(), totals_.end(), [](const AppTotal& a, const AppTotal& b) {
+            return a.seconds != b.seconds ? a.seconds > b.seconds : a.appName < b.appName;
+        });
+        return std::move(totals_);
+    }
+
+private:
+    struct NameHash {
+        using is_transparent = void;
+        std::size_t operator()(std::string_view name) const { return std::hash<std::string_view>{}(name); }
+    };
+    std::unordered_map<std::string, std::size_t, NameHash, std::equal_to<>> index_;
+    std::vector<AppTotal> totals_;
+};
 
 double clippedSeconds(const Activity& a, Instant from, Instant to) {
     return std::max(0.0, std::min(a.end, to) - std::max(a.start, from));
@@ -109,8 +146,8 @@ void ActivityStore::remove(std::int64_t id) { db_.run("DELETE FROM activity WHER
 
 std::vector<Activity> ActivityStore::readActivities(Statement& statement) {
     std::vector<Activity> out;
-    TextPool texts;
-    while (statement.step()) out.push_back(decodeRow(statement, texts));
+    if (texts_.size() > textPoolLimit) texts_.clear();
+    while (statement.step()) out.push_back(decodeRow(statement, texts_));
     return out;
 }
 
@@ -123,8 +160,7 @@ std::vector<Activity> ActivityStore::recent(int limit) {
 std::optional<Activity> ActivityStore::activity(std::int64_t id) {
     Statement s = db_.prepare(std::string(selectColumns) + " FROM activity WHERE id = ?", {id});
     if (!s.step()) return std::nullopt;
-    TextPool texts;
-    return decodeRow(s, texts);
+    return decodeRow(s, texts_);
 }
 
 std::vector<Activity> ActivityStore::activities(Instant from, Instant to) {
@@ -149,27 +185,20 @@ double ActivityStore::activeSeconds(Instant from, Instant to) {
 }
 
 std::vector<AppTotal> ActivityStore::appTotals(Instant from, Instant to) {
-    std::vector<AppTotal> totals;
+    AppTally tally;
     if (severalDevices_) {
-        std::unordered_map<std::string, std::size_t> byName;
-        for (const Activity& a : mergeDevices(activities(from, to))) {
-            if (a.kind != Activity::Kind::app) continue;
-            auto [it, added] = byName.try_emplace(a.appName, totals.size());
-            if (added) totals.push_back({a.appName, std::nullopt, 0});
-            AppTotal& total = totals[it->second];
-            total.seconds += clippedSeconds(a, from, to);
-            if (a.bundleID) total.bundleID = a.bundleID;
-        }
-        std::stable_sort(totals.begin(), totals.end(),
-                         [](const AppTotal& a, const AppTotal& b) { return a.seconds > b.seconds; });
-        return totals;
+        for (const Activity& a : mergeDevices(activities(from, to)))
+            if (a.kind == Activity::Kind::app)
+                tally.add(a.appName, a.bundleID ? std::optional<std::string_view>(*a.bundleID) : std::nullopt,
+                          clippedSeconds(a, from, to));
+        return std::move(tally).sorted();
     }
-    Statement s = db_.prepare("SELECT app_name, MAX(bundle_id), SUM(MIN(end, ?) - MAX(start, ?)) AS seconds\n"
-                              "FROM activity WHERE kind = 'app' AND end > ? AND start < ? AND start >= ?\n"
-                              "GROUP BY app_name ORDER BY seconds DESC",
+    // Summed here rather than by GROUP BY, which sorts every row by name first.
+    Statement s = db_.prepare("SELECT app_name, bundle_id, MIN(end, ?) - MAX(start, ?)\n"
+                              "FROM activity WHERE kind = 'app' AND end > ? AND start < ? AND start >= ?",
                               {to, from, from, to, lowerBound(from)});
-    while (s.step()) totals.push_back({s.text(0).value_or(""), s.text(1), s.real(2)});
-    return totals;
+    while (s.step()) tally.add(s.textView(0).value_or(""), s.textView(1), s.real(2));
+    return std::move(tally).sorted();
 }
 
 std::vector<SQLValue> ActivityStore::searchValues(std::string_view text, Instant from, Instant to) const {
@@ -191,15 +220,29 @@ std::int64_t ActivityStore::searchCount(std::string_view text, Instant from, Ins
         .value_or(0);
 }
 
+// Both fingerprints add whole numbers, so the order of the rows cannot change
+// the sums: ends in microseconds, lengths in characters (code points, as
+// SQLite's LENGTH counts them).
 std::string ActivityStore::fingerprint(Instant from, Instant to) {
     Statement s = db_.prepare(
-        "SELECT COUNT(*), COALESCE(SUM(end), 0), COALESCE(SUM(LENGTH(app_name) + LENGTH(COALESCE(title, '')) + "
-        "LENGTH(kind)), 0)\nFROM activity WHERE end > ? AND start < ? AND start >= ?",
+        "SELECT COUNT(*), COALESCE(SUM(CAST(ROUND(end * 1000000) AS INTEGER)), 0), "
+        "COALESCE(SUM(LENGTH(app_name) + LENGTH(COALESCE(title, '')) + LENGTH(kind)), 0)\n"
+        "FROM activity WHERE end > ? AND start < ? AND start >= ?",
         {from, to, lowerBound(from)});
     s.step();
-    // {} prints the shortest text that reads back as the same double, so any
-    // change of an end shows.
-    return fmt::format("{}-{}-{}", s.int64(0), s.real(1), s.int64(2));
+    return fmt::format("{}-{}-{}", s.int64(0), s.int64(1), s.int64(2));
+}
+
+std::string ActivityStore::fingerprint(const std::vector<Activity>& rows) {
+    auto characters = [](std::string_view text) {
+        return std::count_if(text.begin(), text.end(), [](char c) { return (static_cast<unsigned char>(c) & 0xC0) != 0x80; });
+    };
+    std::int64_t ends = 0, lengths = 0;
+    for (const Activity& row : rows) {
+        ends += std::llround(row.end * 1'000'000);
+        lengths += characters(row.appName) + (row.title ? characters(*row.title) : 0) + characters(rawValue(row.kind));
+    }
+    return fmt::format("{}-{}-{}", rows.size(), ends, lengths);
 }
 
 std::optional<Instant> ActivityStore::firstStart() {

@@ -8,6 +8,9 @@
 // and refresh recomputes it, so the bound is never too small and no overlapping
 // row is missed.
 //
+// The texts of the rows read are pooled for the store's life (bounded), so the
+// activities of every read share each distinct text.
+//
 // Every operation throws DatabaseError on a SQLite failure, except refresh.
 // Main loop thread only.
 #pragma once
@@ -24,6 +27,9 @@ namespace ombrelo {
 
 class ActivityStore {
 public:
+    // The pool of the texts read, one per column of a row.
+    using RowTexts = TextPool<11>;
+
     explicit ActivityStore(Database& db);
 
     Database& database() { return db_; }
@@ -64,6 +70,8 @@ public:
     // Changes whenever a row of the range is added, removed, extended, retitled
     // or rekinded; equal strings mean the range is unchanged.
     std::string fingerprint(Instant from, Instant to);
+    // The same of the rows activities(from, to) returned, without a query.
+    static std::string fingerprint(const std::vector<Activity>& rows);
     std::optional<Instant> firstStart();
 
 private:
@@ -74,6 +82,9 @@ private:
     std::vector<SQLValue> searchValues(std::string_view text, Instant from, Instant to) const;
 
     Database& db_;
+    // The texts of every read: a day read again, or the same titles on
+    // another day, come out of the pool without a new allocation.
+    RowTexts texts_;
     double longest_ = 0;
     bool severalDevices_ = false;
 };

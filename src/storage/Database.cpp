@@ -136,6 +136,10 @@ Database::Database(const fs::path& path, std::int64_t targetVersion) : path_(pat
         // commits wait for the next checkpoint to reach the disk, instead of an
         // fsync at each five-second write of the capture loop.
         execute("PRAGMA synchronous = NORMAL");
+        // The journals of savepoints (a store's transaction inside a larger one)
+        // stay in memory: on disk, a replayed year wrote each page to a temporary
+        // file again at every nested write.
+        execute("PRAGMA temp_store = MEMORY");
         migrate(*this, targetVersion);
     } catch (...) {
         close();
@@ -147,7 +151,9 @@ Database::Database(const fs::path& path, std::int64_t targetVersion) : path_(pat
 void Database::open() {
     // Opening read-only first would not help: SQLite writes nothing until asked,
     // and the version is read before any pragma that could write.
-    int result = sqlite3_open_v2(path_.c_str(), &db_, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX, nullptr);
+    // No mutex per call: the connection belongs to one thread (see the header).
+    int result = sqlite3_open_v2(path_.c_str(), &db_, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX,
+                                 nullptr);
     if (result != SQLITE_OK) {
         sqlite3_close(db_);
         db_ = nullptr;

@@ -16,9 +16,27 @@ std::tm brokenDown(Instant t) {
     return tm;
 }
 
+// Seconds east of UTC of local time at `t`.
+long offsetAt(std::time_t t) {
+    std::tm tm{};
+    localtime_r(&t, &tm);
+    return tm.tm_gmtoff;
+}
+
+// What mktime gives (tm_isdst = −1), without its cost: the C library's mktime
+// reads the zone file's status again at every call, and a replayed year made
+// over a million of them. localtime_r keeps the zone it has read until
+// followTimeZoneChanges().
 Instant fromBrokenDown(std::tm tm) {
-    tm.tm_isdst = -1;
-    return static_cast<Instant>(std::mktime(&tm));
+    std::time_t wall = timegm(&tm);  // the fields as if they were UTC, normalised
+    long before = offsetAt(wall - 86400), after = offsetAt(wall + 86400);
+    std::time_t early = wall - before, late = wall - after;
+    // A wall time exists once, twice when the clocks went back (the earlier
+    // counts), or not at all when they went forward: then it is read with the
+    // offset of before the change, so it lands that much after the jump.
+    if (offsetAt(early) == before) return static_cast<Instant>(early);
+    if (offsetAt(late) == after) return static_cast<Instant>(late);
+    return static_cast<Instant>(early);
 }
 
 bool readInt(std::string_view text, std::size_t at, std::size_t width, int& out) {
@@ -39,6 +57,8 @@ bool validDate(int year, int month, int day) {
 }
 
 } // namespace
+
+void followTimeZoneChanges() { tzset(); }
 
 DateParts parts(Instant t) {
     std::tm tm = brokenDown(t);

@@ -24,6 +24,11 @@ struct DateParts {
 
 DateParts parts(Instant t);
 
+// Reads the system's time zone again, so that a change made while the process
+// runs applies from now on. Everything here keeps the zone it last read; the
+// running tracker calls this at each sample.
+void followTimeZoneChanges();
+
 // The instant of a local wall-clock time; a time skipped by a daylight-saving
 // change resolves to the following valid instant.
 Instant make(int year, int month, int day, int hour = 0, int minute = 0, int second = 0);

@@ -9,6 +9,7 @@
 // Any thread may read a text; copies on several threads are safe.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <functional>
 #include <memory>
@@ -47,8 +48,11 @@ public:
     operator std::optional<std::string>() const {  // NOLINT
         return text_ ? std::optional<std::string>(*text_) : std::nullopt;
     }
-    // Whether both are the same allocation: equal texts, compared in O(1).
-    bool sharedWith(const SharedText& other) const { return text_ == other.text_; }
+    // Whether both are the same allocation (so equal texts), in O(1); two
+    // absent texts are not shared.
+    bool sharedWith(const SharedText& other) const { return text_ && text_ == other.text_; }
+    // The allocation's address: the same for every copy.
+    const void* identity() const { return text_.get(); }
 
     friend bool operator==(const SharedText& a, const SharedText& b) {
         if (a.text_ == b.text_) return true;
@@ -63,27 +67,41 @@ public:
     }
 
 private:
+    template <std::size_t Columns>
     friend class TextPool;
     explicit SharedText(std::shared_ptr<const std::string> text) : text_(std::move(text)) {}
 
     std::shared_ptr<const std::string> text_;
 };
 
-// The texts of one read: equal texts come out as one shared allocation.
-// Single-threaded.
+// Texts read column by column: equal texts come out as one shared
+// allocation. Single-threaded.
+template <std::size_t Columns>
 class TextPool {
 public:
-    SharedText text(std::string_view text) {
-        if (auto found = texts_.find(text); found != texts_.end()) return SharedText(found->second);
-        auto shared = std::make_shared<const std::string>(text);
-        texts_.emplace(std::string_view(*shared), shared);
-        return SharedText(std::move(shared));
+    std::size_t size() const { return texts_.size(); }
+    // Forgets every text (those handed out live on with their users).
+    void clear() {
+        texts_.clear();
+        last_ = {};
     }
-    SharedText text(std::optional<std::string_view> text) { return text ? this->text(*text) : SharedText(); }
+
+    SharedText text(std::size_t column, std::optional<std::string_view> text) {
+        if (!text) return {};
+        // Rows in a row often repeat a column (the device, the application):
+        // compared with the last one, no hashing.
+        SharedText& last = last_[column];
+        if (last && *last == *text) return last;
+        if (auto found = texts_.find(*text); found != texts_.end()) return last = SharedText(found->second);
+        auto shared = std::make_shared<const std::string>(*text);
+        texts_.emplace(std::string_view(*shared), shared);
+        return last = SharedText(std::move(shared));
+    }
 
 private:
     // Keys view the shared texts themselves.
     std::unordered_map<std::string_view, std::shared_ptr<const std::string>> texts_;
+    std::array<SharedText, Columns> last_;
 };
 
 } // namespace ombrelo

@@ -1,6 +1,6 @@
 // The real binary, in a private data folder.
-#include "testing/TestSupport.h"
 #include "storage/Database.h"
+#include "testing/TestSupport.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>

@@ -103,6 +103,11 @@ TEST_F(TimeCommandsTest, HumanSummaryReadsInTheUsersLanguage) {
     auto english = ombrelo({"summary", "--from", "2026-10-19", "--to", "2026-10-19"}, "en_GB.UTF-8");
     EXPECT_NE(english.out.find("Active time"), std::string::npos);
     EXPECT_NE(english.out.find("£157.14"), std::string::npos);  // the region's currency
+
+    // A week without billable time says so with a zero, not "< 1 min".
+    auto unbilled = ombrelo({"summary", "--period", "last_week"});
+    EXPECT_NE(unbilled.out.find("0 min"), std::string::npos);
+    EXPECT_EQ(unbilled.out.find("< 1 min"), std::string::npos) << unbilled.out;
 }
 
 TEST_F(TimeCommandsTest, TimelineAndSearch) {

@@ -135,6 +135,19 @@ TEST_F(ActivityStoreTest, FingerprintChangesWithEveryEditOfTheRange) {
     EXPECT_EQ(store.fingerprint(0, 1000), empty);
 }
 
+// The workspace keeps the fingerprint of the rows it classified and later
+// compares it with the query's: any difference would reclassify the day at
+// every read.
+TEST_F(ActivityStoreTest, FingerprintOfTheRowsReadEqualsTheQuerys) {
+    EXPECT_EQ(ActivityStore::fingerprint(store.activities(0, 86400)), store.fingerprint(0, 86400));
+    add(10.25, 2000.000001, "Éditeur", Activity::Kind::app, "Réunion « équipe » 🎯");
+    add(2000.000001, 2999.9999995, "Inactif", Activity::Kind::idle);
+    add(3000, 86400 + 5, "Mail", Activity::Kind::manual, "");
+    add(86390.5, 86399.75, "Terminal", Activity::Kind::privateTime, "ssh 日本");
+    for (auto [from, to] : {std::pair(0.0, 86400.0), std::pair(2500.0, 3500.0), std::pair(86395.0, 90000.0)})
+        EXPECT_EQ(ActivityStore::fingerprint(store.activities(from, to)), store.fingerprint(from, to)) << from;
+}
+
 TEST_F(ActivityStoreTest, SeveralDevicesNeverCountTheSameMinutesTwice) {
     add(0, 600, "Editor");
     db.run("INSERT INTO activity (start, end, app_name, kind, device) VALUES (300, 900, 'Mail', 'app', 'laptop-2')");

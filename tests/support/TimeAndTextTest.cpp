@@ -6,6 +6,9 @@
 
 #include <gtest/gtest.h>
 
+#include <ctime>
+#include <filesystem>
+
 namespace ombrelo {
 namespace {
 
@@ -20,6 +23,32 @@ TEST(LocalTime, DaysFollowTheCalendarAcrossDaylightSaving) {
     EXPECT_EQ(local::startOfWeek(local::make(2026, 10, 21, 15), 2), local::make(2026, 10, 19));
     EXPECT_EQ(local::startOfWeek(local::make(2026, 10, 21, 15), 1), local::make(2026, 10, 18));
     EXPECT_EQ(local::addMonths(local::make(2026, 12, 1), 1), local::make(2027, 1, 1));
+}
+
+// Wall-clock times become the instants the C library's mktime gives, in zones
+// with daylight saving at night, at midnight, by half an hour, south of the
+// equator, and a zone that skipped a whole day (Samoa, end of 2011): every
+// quarter of an hour of those years, the clocks' changes included.
+TEST(LocalTime, WallTimesResolveAsTheCLibraryDoes) {
+    for (const char* zone : {"Europe/Paris", "America/New_York", "America/Santiago", "Australia/Lord_Howe",
+                             "Asia/Kolkata", "Pacific/Apia"}) {
+        ASSERT_TRUE(std::filesystem::exists(std::string("/usr/share/zoneinfo/") + zone)) << zone;
+        testing::ScopedTimeZone scoped(zone);
+        for (int year : {2011, 2026}) {
+            for (int day = 1; day <= 366; ++day) {
+                for (int minute = 0; minute < 24 * 60; minute += 15) {
+                    std::tm tm{};
+                    tm.tm_year = year - 1900;
+                    tm.tm_mday = day;  // day 32 of January is 1 February
+                    tm.tm_min = minute;
+                    tm.tm_isdst = -1;
+                    auto expected = static_cast<Instant>(std::mktime(&tm));
+                    ASSERT_EQ(local::make(year, 1, day, 0, minute), expected)
+                        << zone << " " << year << " day " << day << " minute " << minute;
+                }
+            }
+        }
+    }
 }
 
 TEST(LocalTime, ParsesOnlyRealDates) {

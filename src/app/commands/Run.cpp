@@ -14,6 +14,7 @@
 #include "platform/linux/FolderWatch.h"
 #include "platform/linux/X11Desktop.h"
 #include "support/L10n.h"
+#include "support/LocalTime.h"
 #include "support/Log.h"
 
 #include <asio.hpp>
@@ -140,6 +141,7 @@ void track(Session& session) {
     tracker.start();
     desktop->dispatchPending();
     Sampler sampler(io, interval, [&] {
+        local::followTimeZoneChanges();  // a zone changed while running counts from this sample
         tracker.tick();
         inProgress.takeInChanges();
         // The sample's requests may have queued events the descriptors no
