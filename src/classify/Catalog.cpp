@@ -7,6 +7,7 @@
 #include "support/Browsers.h"
 #include "support/Log.h"
 
+#include <algorithm>
 #include <cstring>
 #include <map>
 
@@ -379,8 +380,9 @@ const std::vector<Catalog::Candidate>& Catalog::candidates(const Activity& activ
         candidates_.insert(candidates_.end(), fields[field]->matching.begin(), fields[field]->matching.end());
     }
     // Rule order decides ties between equal scores.
-    std::sort(candidates_.begin(), candidates_.end(),
-              [](const Candidate& a, const Candidate& b) { return a.rule < b.rule; });
+    auto byRule = [](const Candidate& a, const Candidate& b) { return a.rule < b.rule; };
+    if (!std::is_sorted(candidates_.begin(), candidates_.end(), byRule))
+        std::sort(candidates_.begin(), candidates_.end(), byRule);
     std::size_t kept = 0;
     for (const Candidate& candidate : candidates_) {
         const Plan& plan = plans_[candidate.rule];

@@ -203,8 +203,16 @@ private:
     // computed on first sight.
     std::uint32_t memoID(std::size_t field, const Activity& activity, std::string_view key);
     FieldResults computeFieldResults(std::size_t field, const Activity& activity) const;
-    template <typename Emit>  // void(Classification&&)
-    void classifyEach(std::vector<Activity>& activities, const std::vector<Project>& projects, Emit&& emit);
+    // What decided an item, beside its category and project.
+    struct Decision {
+        std::optional<std::int64_t> categoryRuleID;
+        std::optional<std::int64_t> projectRuleID;
+        const Assignment* assignment = nullptr;  // the stored correction, if any
+    };
+    // Classifies each activity (moved) into the item sink.next() gives, then
+    // tells sink.decided() what decided it.
+    template <typename Sink>
+    void classifyEach(std::vector<Activity>& activities, const std::vector<Project>& projects, Sink&& sink);
     void prepareRules();
     void forgetMatches();
     // The best rule naming a category (or a project) among the candidates.

@@ -58,8 +58,8 @@ std::map<std::int64_t, Assignment> Catalog::loadOverrides(const std::vector<std:
     return rows;
 }
 
-template <typename Emit>
-void Catalog::classifyEach(std::vector<Activity>& activities, const std::vector<Project>& projects, Emit&& emit) {
+template <typename Sink>
+void Catalog::classifyEach(std::vector<Activity>& activities, const std::vector<Project>& projects, Sink&& sink) {
     std::vector<std::int64_t> ids;
     ids.reserve(activities.size());
     for (const Activity& activity : activities)
@@ -76,7 +76,8 @@ void Catalog::classifyEach(std::vector<Activity>& activities, const std::vector<
     };
 
     for (Activity& activity : activities) {
-        Classification result;
+        Classified& item = sink.next();
+        Decision decision;
         const std::vector<Candidate>& found = candidates(activity);
         MatchSubject subject(activity);
 
@@ -89,44 +90,56 @@ void Catalog::classifyEach(std::vector<Activity>& activities, const std::vector<
         const Assignment* stored = row == overrides.end() ? nullptr : &row->second;
         if (stored && (stored->source == source::manual || stored->source == source::active)) {
             // A correction to no project sticks even when a project rule matches.
-            result.item.project = project(stored->projectID);
-            result.item.manual = stored->source == source::manual;
+            item.project = project(stored->projectID);
+            item.manual = stored->source == source::manual;
         } else if (projectRule.rule) {
-            result.item.project = project(rules_[*projectRule.rule].projectID);
-            if (result.item.project) result.projectRuleID = rules_[*projectRule.rule].id;
+            item.project = project(rules_[*projectRule.rule].projectID);
+            if (item.project) decision.projectRuleID = rules_[*projectRule.rule].id;
         }
 
-        if (stored && stored->categoryID) result.item.category = sharedCategory(stored->categoryID);
-        if (!result.item.category && activity.kind != Activity::Kind::privateTime) {
+        if (stored && stored->categoryID) item.category = sharedCategory(stored->categoryID);
+        if (!item.category && activity.kind != Activity::Kind::privateTime) {
             if (categoryRule.rule) {
-                result.item.category = categoryOfRule(*categoryRule.rule);
-                if (result.item.category) result.categoryRuleID = rules_[*categoryRule.rule].id;
+                item.category = categoryOfRule(*categoryRule.rule);
+                if (item.category) decision.categoryRuleID = rules_[*categoryRule.rule].id;
             } else {
-                result.item.category = fallbackCategory(activity);
+                item.category = fallbackCategory(activity);
             }
         }
-        if (stored) {
-            result.item.note = stored->note;
-            result.assignment = *stored;
-        }
-        result.item.activity = std::move(activity);
-        emit(std::move(result));
+        if (stored) item.note = stored->note;
+        decision.assignment = stored;
+        item.activity = std::move(activity);
+        sink.decided(decision);
     }
 }
 
 std::vector<Classified> Catalog::classify(std::vector<Activity> activities, const std::vector<Project>& projects) {
-    std::vector<Classified> items;
-    items.reserve(activities.size());
-    classifyEach(activities, projects, [&](Classification&& one) { items.push_back(std::move(one.item)); });
-    return items;
+    // Each item is made in its place in the result.
+    struct Items {
+        std::vector<Classified> list;
+        Classified& next() { return list.emplace_back(); }
+        void decided(const Decision&) {}
+    } items;
+    items.list.reserve(activities.size());
+    classifyEach(activities, projects, items);
+    return std::move(items.list);
 }
 
 std::vector<Classification> Catalog::classifyDetailed(std::vector<Activity> activities,
                                                       const std::vector<Project>& projects) {
-    std::vector<Classification> results;
-    results.reserve(activities.size());
-    classifyEach(activities, projects, [&](Classification&& one) { results.push_back(std::move(one)); });
-    return results;
+    struct Results {
+        std::vector<Classification> list;
+        Classified& next() { return list.emplace_back().item; }
+        void decided(const Decision& decision) {
+            Classification& result = list.back();
+            result.categoryRuleID = decision.categoryRuleID;
+            result.projectRuleID = decision.projectRuleID;
+            if (decision.assignment) result.assignment = *decision.assignment;
+        }
+    } results;
+    results.list.reserve(activities.size());
+    classifyEach(activities, projects, results);
+    return std::move(results.list);
 }
 
 void Catalog::writeAssignments(const std::vector<std::int64_t>& ids, std::optional<std::int64_t> projectID,
