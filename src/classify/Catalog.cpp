@@ -339,7 +339,7 @@ std::uint32_t Catalog::memoID(std::size_t field, const Activity& activity, std::
     return id;
 }
 
-const Catalog::FieldResults& Catalog::fieldResults(std::size_t field, const Activity& activity) {
+std::uint32_t Catalog::fieldID(std::size_t field, const Activity& activity) {
     FieldMemo& memo = fieldMemo_[field];
     bool app = static_cast<Rule::Field>(field) == Rule::Field::app;
     const SharedText& text = fieldText(static_cast<Rule::Field>(field), activity);
@@ -348,11 +348,10 @@ const Catalog::FieldResults& Catalog::fieldResults(std::size_t field, const Acti
             memo.results.push_back(computeFieldResults(field, activity));
             memo.absent = static_cast<std::uint32_t>(memo.results.size() - 1);
         }
-        return memo.results[*memo.absent];
+        return *memo.absent;
     }
     FieldMemo::Recent* recent = text ? &memo.recent[slotOf(text, memo.recent.size())] : nullptr;
-    if (recent && recent->text.sharedWith(text) && (!app || recent->appName == activity.appName))
-        return memo.results[recent->id];
+    if (recent && recent->text.sharedWith(text) && (!app || recent->appName == activity.appName)) return recent->id;
 
     std::uint32_t id;
     if (app) {
@@ -364,7 +363,7 @@ const Catalog::FieldResults& Catalog::fieldResults(std::size_t field, const Acti
         id = memoID(field, activity, *text);
     }
     if (recent) *recent = {text, app ? activity.appName : std::string(), id};
-    return memo.results[id];
+    return id;
 }
 
 const std::vector<Catalog::Candidate>& Catalog::candidates(const Activity& activity) {
@@ -376,7 +375,7 @@ const std::vector<Catalog::Candidate>& Catalog::candidates(const Activity& activ
     candidates_.clear();
     for (std::size_t field = 0; field < fields.size(); ++field) {
         if (baseTests_[field].empty() && conditionTests_[field].empty()) continue;
-        fields[field] = &fieldResults(field, activity);
+        fields[field] = &fieldMemo_[field].results[fieldID(field, activity)];
         candidates_.insert(candidates_.end(), fields[field]->matching.begin(), fields[field]->matching.end());
     }
     // Rule order decides ties between equal scores.
@@ -396,11 +395,10 @@ const std::vector<Catalog::Candidate>& Catalog::candidates(const Activity& activ
     return candidates_;
 }
 
-Catalog::Best Catalog::best(const std::vector<Candidate>& candidates, MatchSubject& subject, bool forProject) const {
-    Best best;
+Catalog::Choice Catalog::choose(const std::vector<Candidate>& candidates, MatchSubject& subject) const {
+    Choice choice;
     for (const Candidate& candidate : candidates) {
         const Rule& rule = rules_[candidate.rule];
-        if (forProject ? !rule.projectID : !rule.categoryID) continue;
         std::int64_t score = candidate.score;
         const RuleMatcher& matcher = matchers_[candidate.rule];
         if (matcher.timeRestricted()) {
@@ -409,9 +407,13 @@ Catalog::Best Catalog::best(const std::vector<Candidate>& candidates, MatchSubje
             score = addScores(score, *bonus);
         }
         // Strictly greater: on equal scores the older rule (lower id) stays.
-        if (!best.rule || score > best.score) best = {candidate.rule, score};
+        auto consider = [&](Best& best) {
+            if (!best.rule || score > best.score) best = {candidate.rule, score};
+        };
+        if (rule.projectID) consider(choice.project);
+        if (rule.categoryID) consider(choice.category);
     }
-    return best;
+    return choice;
 }
 
 std::shared_ptr<const Category> Catalog::sharedCategory(std::optional<std::int64_t> id) const {
@@ -432,7 +434,7 @@ std::shared_ptr<const Category> Catalog::fallbackCategory(const Activity& activi
 std::shared_ptr<const Category> Catalog::ruleCategory(const Activity& activity) {
     if (activity.kind == Activity::Kind::privateTime) return nullptr;
     MatchSubject subject(activity);
-    Best chosen = best(candidates(activity), subject, false);
+    Best chosen = choose(candidates(activity), subject).category;
     if (chosen.rule) return categoryOfRule(*chosen.rule);
     return fallbackCategory(activity);
 }

@@ -197,8 +197,9 @@ private:
     // The rules whose text part applies to `activity`, in rule order. Valid
     // until the next call.
     const std::vector<Candidate>& candidates(const Activity& activity);
-    // The results of the activity's value of `field`, computed on first sight.
-    const FieldResults& fieldResults(std::size_t field, const Activity& activity);
+    // The id of the activity's value of `field`, its results computed on
+    // first sight.
+    std::uint32_t fieldID(std::size_t field, const Activity& activity);
     // The id of the value `key` of `field` (the activity's), its results
     // computed on first sight.
     std::uint32_t memoID(std::size_t field, const Activity& activity, std::string_view key);
@@ -215,8 +216,13 @@ private:
     void classifyEach(std::vector<Activity>& activities, const std::vector<Project>& projects, Sink&& sink);
     void prepareRules();
     void forgetMatches();
-    // The best rule naming a category (or a project) among the candidates.
-    Best best(const std::vector<Candidate>& candidates, MatchSubject& subject, bool forProject) const;
+    // The best rule naming a project and the best naming a category among the
+    // candidates, in one pass (a rule's time part is computed once).
+    struct Choice {
+        Best project;
+        Best category;
+    };
+    Choice choose(const std::vector<Candidate>& candidates, MatchSubject& subject) const;
     std::shared_ptr<const Category> sharedCategory(std::optional<std::int64_t> id) const;
     const std::shared_ptr<const Category>& categoryOfRule(std::uint32_t rule) const;
     std::shared_ptr<const Category> fallbackCategory(const Activity& activity) const;

@@ -81,10 +81,9 @@ void Catalog::classifyEach(std::vector<Activity>& activities, const std::vector<
         const std::vector<Candidate>& found = candidates(activity);
         MatchSubject subject(activity);
 
-        Best projectRule;
-        if (activity.kind != Activity::Kind::idle) projectRule = best(found, subject, true);
-        Best categoryRule;
-        if (activity.kind != Activity::Kind::privateTime) categoryRule = best(found, subject, false);
+        Choice chosen = choose(found, subject);
+        Best projectRule = activity.kind != Activity::Kind::idle ? chosen.project : Best();
+        Best categoryRule = activity.kind != Activity::Kind::privateTime ? chosen.category : Best();
 
         auto row = overrides.find(activity.id);
         const Assignment* stored = row == overrides.end() ? nullptr : &row->second;

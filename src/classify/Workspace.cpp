@@ -37,7 +37,7 @@ std::string jsonArray(const std::vector<std::int64_t>& ids) {
 } // namespace
 
 Workspace::Workspace(ActivityStore* store, Catalog& catalog, ProjectStore& projects, Clock& clock, DayCache dayCache)
-    : store_(store), catalog_(catalog), projects_(projects), clock_(clock), keepDays_(dayCache),
+    : store_(store), catalog_(catalog), projects_(projects), clock_(clock), caching_(dayCache),
       log_(Log::get("workspace")) {
     subscription_ = catalog_.subscribe([this] { invalidate(); });
     // The stores were loaded just now: only later commits are news.
@@ -282,7 +282,7 @@ std::vector<Activity> Workspace::read(Instant from, Instant to, std::string* fin
 }
 
 ClassifiedList::Run Workspace::cachedDay(Instant day, Instant next, const std::optional<Generation>& now) {
-    if (keepDays_ == DayCache::none) return std::make_shared<const std::vector<Classified>>(compute(day, next));
+    if (caching_ == DayCache::none) return std::make_shared<const std::vector<Classified>>(compute(day, next));
     auto cached = dayCache_.find(day);
     if (cached != dayCache_.end()) {
         if (now && cached->second.checkedAt == now) return cached->second.items;

@@ -7,10 +7,13 @@
 //
 // Whole past days are cached by the fingerprint of their rows, so a month or a
 // year is not reclassified on every request; today and the partial days at the
-// edges of a period are always computed afresh. A cached day is checked against
-// its fingerprint only when the database may have changed since: while neither
-// this connection has written (SQLite's total_changes) nor another one has
-// committed (PRAGMA data_version), a cached day is served without a query. The cache is emptied when the
+// edges of a period are always computed afresh. Cached days are handed out as
+// shared immutable runs (ClassifiedList), never copied; a day recomputed
+// replaces its run, so what a caller holds never changes under it. A cached day
+// is checked against its fingerprint only when the database may have changed
+// since: while neither this connection has written (SQLite's total_changes) nor
+// another one has committed (PRAGMA data_version), a cached day is served
+// without a query. The cache is emptied when the
 // classification inputs change: on every change announcement of the catalogue
 // (its writes of rules, categories, corrections and notes), after every write
 // of its own, and whenever it notices that the categories, rules or projects it
@@ -26,7 +29,7 @@
 // In demonstration mode (setDemo) every read serves a fixed list of activities
 // instead of the store, without caching, and writes do nothing.
 //
-// Main loop thread only; the cache is never shared.
+// Main loop thread only; the cache is never shared with another thread.
 #pragma once
 
 #include "billing/ProjectStore.h"
@@ -179,7 +182,7 @@ private:
     Catalog& catalog_;
     ProjectStore& projects_;
     Clock& clock_;
-    DayCache keepDays_;
+    DayCache caching_;
     std::optional<std::vector<Activity>> demo_;
     std::map<Instant, CachedDay> dayCache_;
     Inputs cachedWith_;

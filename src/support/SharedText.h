@@ -88,8 +88,8 @@ public:
 
     SharedText text(std::size_t column, std::optional<std::string_view> text) {
         if (!text) return {};
-        // Rows in a row often repeat a column (the device, the application):
-        // compared with the last one, no hashing.
+        // Consecutive rows often repeat a column (the device, the
+        // application): compared with the last one, no hashing.
         SharedText& last = last_[column];
         if (last && *last == *text) return last;
         if (auto found = texts_.find(*text); found != texts_.end()) return last = SharedText(found->second);
