@@ -102,8 +102,11 @@ void ActivityTracker::tick() {
         close(now);
         refresh();
     }
-    // A slow answer from the desktop within this sample is not a gap.
-    lastSeen_ = Sighting{clock_.now(), clock_.uptime()};
+    // A slow answer from the desktop within this sample is not a gap; but a
+    // process frozen within it (asleep, stopped) must not hide the gap from
+    // the next entry, or the frozen time would join the current activity.
+    double uptime = clock_.uptime();
+    if (uptime - lastSeen_->uptime <= missedSamplesForGap * sampleInterval_) lastSeen_ = Sighting{clock_.now(), uptime};
 }
 
 void ActivityTracker::sample(Instant now, const std::set<std::string>& holders) {
