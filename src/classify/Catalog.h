@@ -24,6 +24,7 @@
 #include "classify/Rule.h"
 #include "classify/RuleMatching.h"
 #include "storage/Activity.h"
+#include "support/TextHash.h"
 
 #include <array>
 #include <cstdint>
@@ -156,10 +157,6 @@ private:
         std::optional<std::uint32_t> rule;
         std::int64_t score = 0;
     };
-    struct KeyHash {
-        using is_transparent = void;
-        std::size_t operator()(std::string_view text) const { return std::hash<std::string_view>{}(text); }
-    };
 
     // Where each condition of a rule sits among the memoised condition tests
     // of its field.
@@ -180,7 +177,7 @@ private:
     };
     // The distinct values of one field seen so far, with their results.
     struct FieldMemo {
-        std::unordered_map<std::string, std::uint32_t, KeyHash, std::equal_to<>> ids;
+        std::unordered_map<std::string, std::uint32_t, TextHash, std::equal_to<>> ids;
         std::optional<std::uint32_t> absent;  // the id of "no value"
         std::vector<FieldResults> results;    // by id
         // Ids of texts met lately, by the address of the shared text: the rows

@@ -4,6 +4,7 @@
 #include "support/L10n.h"
 #include "support/LocalTime.h"
 #include "support/Money.h"
+#include "support/TextHash.h"
 
 #include <algorithm>
 #include <functional>
@@ -16,11 +17,6 @@ namespace {
 
 constexpr double blockGap = 120;          // seconds between two activities of one block, at most (exclusive)
 constexpr double shortInterruption = 120; // a block shorter than this between two of the same work is absorbed
-
-struct TextHash {
-    using is_transparent = void;
-    std::size_t operator()(std::string_view text) const { return std::hash<std::string_view>{}(text); }
-};
 
 // Totals keyed by something, kept in order of first appearance and sorted by
 // decreasing seconds at the end.

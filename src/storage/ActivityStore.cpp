@@ -1,6 +1,7 @@
 #include "storage/ActivityStore.h"
 
 #include "storage/DeviceMerge.h"
+#include "support/TextHash.h"
 
 #include <algorithm>
 #include <cmath>
@@ -65,11 +66,7 @@ public:
     }
 
 private:
-    struct NameHash {
-        using is_transparent = void;
-        std::size_t operator()(std::string_view name) const { return std::hash<std::string_view>{}(name); }
-    };
-    std::unordered_map<std::string, std::size_t, NameHash, std::equal_to<>> index_;
+    std::unordered_map<std::string, std::size_t, TextHash, std::equal_to<>> index_;
     std::vector<AppTotal> totals_;
 };
 
