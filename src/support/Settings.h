@@ -23,6 +23,10 @@ inline const PreferenceKey<std::vector<std::string>> privateApps{"privateApps", 
 inline const PreferenceKey<std::vector<std::string>> privateDomains{"privateDomains", {}};
 inline const PreferenceKey<std::vector<std::string>> privateTitleWords{"privateTitleWords", {}};
 
+// Focus: minutes of continuous work before a break is proposed (0: never);
+// absent, an hour.
+inline constexpr const char* breakEveryMinutes = "breakEveryMinutes";
+
 // The active project ("Projet en cours").
 inline constexpr const char* activeProject = "activeProject";            // project id
 inline constexpr const char* activeProjectSince = "activeProjectSince";  // seconds since 1970
