@@ -1,5 +1,7 @@
 #include "app/TrackerLock.h"
 
+#include "app/RuntimeFolder.h"
+
 #include <cerrno>
 #include <cstdint>
 #include <cstdlib>
@@ -16,21 +18,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// FNV-1a: the same name for the same path in every build and process.
-std::uint64_t stableHash(const std::string& text) {
-    std::uint64_t hash = 14695981039346656037ull;
-    for (unsigned char c : text) hash = (hash ^ c) * 1099511628211ull;
-    return hash;
-}
-
-fs::path runtimeFolder() {
-    const char* runtime = std::getenv("XDG_RUNTIME_DIR");
-    if (runtime && *runtime) return fs::path(runtime) / "ombrelo";
-    return fs::temp_directory_path() / ("ombrelo-" + std::to_string(::getuid()));
-}
-
 int openLockFile(const fs::path& file) {
-    fs::create_directories(file.parent_path());
     int fd = ::open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
     if (fd < 0) throw std::system_error(errno, std::generic_category(), file.string());
     return fd;
@@ -38,11 +26,7 @@ int openLockFile(const fs::path& file) {
 
 } // namespace
 
-fs::path TrackerLock::fileFor(const fs::path& database) {
-    std::error_code ignored;
-    fs::path absolute = fs::weakly_canonical(fs::absolute(database, ignored), ignored);
-    return runtimeFolder() / fmt::format("tracker-{:016x}.lock", stableHash(absolute.string()));
-}
+fs::path TrackerLock::fileFor(const fs::path& database) { return trackerFile(database, ".lock"); }
 
 std::optional<TrackerLock> TrackerLock::acquire(const fs::path& database) {
     int fd = openLockFile(fileFor(database));

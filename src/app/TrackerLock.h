@@ -13,8 +13,7 @@ namespace ombrelo {
 
 class TrackerLock {
 public:
-    // The lock file for `database`: $XDG_RUNTIME_DIR/ombrelo/tracker-<hash of
-    // its absolute path>.lock (/tmp/ombrelo-<uid>/ without a runtime folder).
+    // The lock file for `database`, in the runtime folder (RuntimeFolder.h).
     static std::filesystem::path fileFor(const std::filesystem::path& database);
 
     // Takes the lock, or nothing when another process holds it (holder() then

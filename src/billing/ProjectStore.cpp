@@ -129,6 +129,12 @@ std::optional<Project> ProjectStore::find(std::string_view text) const {
     text = trim(text);
     if (text.empty()) return std::nullopt;
     if (auto id = integerText(text)) return project(*id);
+    return findByName(text);
+}
+
+std::optional<Project> ProjectStore::findByName(std::string_view text) const {
+    text = trim(text);
+    if (text.empty()) return std::nullopt;
     std::string key = fold(text);
     for (const Project& p : projects_)
         if (fold(p.name) == key || fold(label(p)) == key) return p;

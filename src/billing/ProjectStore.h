@@ -74,6 +74,8 @@ public:
     // order whose name or "Client › Projet" label equals it ignoring case and
     // accents, else the first whose name contains it. Nothing for empty text.
     std::optional<Project> find(std::string_view text) const;
+    // The same without ids: what links and agents name.
+    std::optional<Project> findByName(std::string_view text) const;
     // The same lookup among clients, by id or name.
     std::optional<Client> findClient(std::string_view text) const;
     // The project label with this store's clients ("Sans projet" for none).

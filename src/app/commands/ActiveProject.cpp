@@ -1,10 +1,11 @@
 // ombrelo work PROJECT [--note TEXT], ombrelo stop, ombrelo active: the project
 // in progress, which takes the time being recorded until it is stopped or the
-// day ends. The change goes through the shared settings, which a running
-// tracker watches: it cuts the activity in progress at once.
+// day ends. The change is a request to the running tracker (LiveRequests.h),
+// which cuts the activity in progress at once.
 #include "app/Commands.h"
 #include "app/Output.h"
 #include "app/Session.h"
+#include "app/commands/LiveRequests.h"
 #include "app/commands/ProjectArguments.h"
 #include "app/commands/ProjectViews.h"
 #include "support/Fold.h"
@@ -40,34 +41,25 @@ void show(Session& session, ProjectStore& store) {
 }
 
 void startWork(Session& session, const Arguments& arguments) {
+    Project project = requireProject(openProjects(session), arguments.project);
+    nlohmann::json request = {{"command", "work"}, {"project", project.id}};
+    if (arguments.note) request["note"] = *arguments.note;
+    carryOut(session, request);
     ProjectStore store = openProjects(session);
-    Project project = requireProject(store, arguments.project);
-    if (project.archived)
-        throw CommandFailure(exitStatus::failure,
-                             std::string(L10n::text("Projet archivé : ", "Archived project: ")) + store.label(project) +
-                                 std::string(L10n::text(". Sortez-le des archives : ombrelo projects archive --undo",
-                                                        ". Restore it first: ombrelo projects archive --undo")));
-    check(store.setActive(project), L10n::text("Projet en cours non enregistré", "Project in progress not saved"));
-    if (arguments.note) {
-        std::string note(trim(*arguments.note));
-        check(store.setActiveNote(note.empty() ? std::nullopt : std::optional(note)),
-              L10n::text("Note non enregistrée", "Note not saved"));
-    }
     show(session, store);
 }
 
 void stopWork(Session& session) {
+    std::optional<Project> active = openProjects(session).activeProject();
+    carryOut(session, {{"command", "stop"}});
     ProjectStore store = openProjects(session);
-    std::optional<Project> active = store.activeProject();
-    if (!active) {
-        if (!session.json) output::line(L10n::text("Aucun projet en cours", "No project in progress"));
-    } else {
-        check(store.setActive(std::nullopt), L10n::text("Arrêt non enregistré", "Stop not saved"));
-        if (!session.json)
-            output::line(std::string(L10n::text("Projet en cours arrêté : ", "Project in progress stopped: ")) +
-                         store.label(active));
+    if (session.json) {
+        show(session, store);
+        return;
     }
-    if (session.json) show(session, store);
+    output::line(active ? std::string(L10n::text("Projet en cours arrêté : ", "Project in progress stopped: ")) +
+                              store.label(active)
+                        : std::string(L10n::text("Aucun projet en cours", "No project in progress")));
 }
 
 } // namespace

@@ -2,16 +2,24 @@
 // connection and both buses are watched on it, the 5-second sample is a timer on
 // it, the settings file and the database are watched on it (another process's
 // change of the project in progress, the pause, a project or a rule reaches the
-// tracker at once), and SIGINT/SIGTERM end it after closing the current activity,
-// so the last row ends at the moment the tracker stopped.
+// tracker at once), focus sessions tick on it every five seconds, the control
+// socket answers other commands' requests on it (ControlSocket.h), and
+// SIGINT/SIGTERM end it after closing the current activity, so the last row ends
+// at the moment the tracker stopped.
 #include "app/Commands.h"
 #include "app/Session.h"
+#include "app/FocusOnDesktop.h"
 #include "app/ProjectInProgress.h"
 #include "app/TrackerLock.h"
+#include "app/control/ControlRequest.h"
+#include "app/control/ControlSocket.h"
+#include "app/control/Controls.h"
 #include "billing/ProjectStore.h"
 #include "capture/ActivityTracker.h"
 #include "classify/Catalog.h"
+#include "focus/FocusController.h"
 #include "platform/linux/FolderWatch.h"
+#include "platform/linux/Notifier.h"
 #include "platform/linux/X11Desktop.h"
 #include "support/L10n.h"
 #include "support/LocalTime.h"
@@ -24,6 +32,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <functional>
+#include <unistd.h>
 
 namespace ombrelo::commands {
 
@@ -149,6 +158,41 @@ void track(Session& session) {
         desktop->dispatchPending();
     });
     sampler.start();
+
+    FocusOnDesktop focusDesk(tracker, catalog, projects, *desktop, desktop->notifier());
+    FocusController focus(db, session.preferences(), session.clock(), &focusDesk);
+    focus.start();
+    Sampler focusTicks(io, FocusController::tickSeconds, [&] {
+        focus.tick();
+        desktop->dispatchPending();
+    });
+    focusTicks.start();
+
+    Controls controls({.projects = projects,
+                       .focus = focus,
+                       .preferences = session.preferences(),
+                       .clock = session.clock(),
+                       .tracker = &tracker,
+                       .projectChanged = [&] { inProgress.takeInChanges(); },
+                       // Until the application has a window, the page is named in the log and the answer.
+                       .open = [&](Page page) { log->info("Page demandée : {}", rawValue(page)); }});
+    focusDesk.onBreakChoice = [&](FocusOnDesktop::BreakChoice choice) {
+        try {
+            if (choice == FocusOnDesktop::BreakChoice::endSession) controls.stopFocus();
+            if (choice == FocusOnDesktop::BreakChoice::skipBreak) controls.endBreak(true);
+        } catch (const ControlFailure& failure) {
+            log->error("{}", failure.what());
+        }
+    };
+    ControlServer control(
+        io, controlSocketFor(session.databasePath()),
+        [&](std::string_view request) {
+            inProgress.takeInChanges();  // a project another process just made must be known
+            nlohmann::json answer = ControlRequest::perform(request, controls);
+            desktop->dispatchPending();
+            return answer;
+        },
+        ::geteuid());
 
     const std::filesystem::path& settings = session.preferences().path();
     platform::FolderWatch settingsWatch(io, settings.parent_path(), {settings.filename().string()}, [&] {

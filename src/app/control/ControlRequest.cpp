@@ -1,0 +1,109 @@
+#include "app/control/ControlRequest.h"
+
+#include "app/control/URLCommands.h"
+#include "support/L10n.h"
+
+#include <functional>
+#include <map>
+
+namespace ombrelo::ControlRequest {
+
+using nlohmann::json;
+
+namespace {
+
+// A request's field of the wrong type, or a missing one.
+struct BadField {
+    std::string name;
+};
+
+template <typename T>
+std::optional<T> field(const json& request, const char* name) {
+    auto found = request.find(name);
+    if (found == request.end() || found->is_null()) return std::nullopt;
+    if constexpr (std::is_same_v<T, std::string>) {
+        if (!found->is_string()) throw BadField{name};
+    } else if constexpr (std::is_integral_v<T>) {
+        if (!found->is_number_integer()) throw BadField{name};
+    } else {
+        if (!found->is_number()) throw BadField{name};
+    }
+    return found->get<T>();
+}
+
+const json ok = {{"ok", true}};
+
+json work(const json& request, Controls& controls) {
+    std::optional<std::int64_t> id = field<std::int64_t>(request, "project");
+    if (!id) throw BadField{"project"};
+    std::optional<Project> project = controls.projects().project(*id);
+    if (!project)
+        return failure(std::string(L10n::text("Projet introuvable : ", "No such project: ")) + std::to_string(*id));
+    controls.work(*project, field<std::string>(request, "note"));
+    return ok;
+}
+
+json link(const json& request, Controls& controls) {
+    std::optional<std::string> url = field<std::string>(request, "url");
+    if (!url) throw BadField{"url"};
+    URLCommands::Result result = URLCommands::handle(*url, controls);
+    if (!result.handled) return failure(result.message);
+    json answer = ok;
+    if (result.opened) answer["page"] = rawValue(*result.opened);
+    return answer;
+}
+
+using Handler = std::function<json(const json&, Controls&)>;
+
+const std::map<std::string, Handler, std::less<>>& handlers() {
+    static const std::map<std::string, Handler, std::less<>> table = {
+        {"work", work},
+        {"stop", [](const json&, Controls& c) { c.stopWork(); return ok; }},
+        {"pause", [](const json& r, Controls& c) { c.pause(field<double>(r, "minutes")); return ok; }},
+        {"resume", [](const json&, Controls& c) { c.resume(); return ok; }},
+        {"focus-start",
+         [](const json& r, Controls& c) {
+             c.startFocus(field<std::int64_t>(r, "minutes"), field<std::int64_t>(r, "project"));
+             return ok;
+         }},
+        {"focus-stop", [](const json&, Controls& c) { c.stopFocus(); return ok; }},
+        {"break-start", [](const json&, Controls& c) { c.startBreak(); return ok; }},
+        {"break-end", [](const json&, Controls& c) { c.endBreak(false); return ok; }},
+        {"break-skip", [](const json&, Controls& c) { c.endBreak(true); return ok; }},
+        {"link", link},
+    };
+    return table;
+}
+
+} // namespace
+
+json failure(std::string_view message) { return {{"ok", false}, {"error", message}}; }
+
+json perform(const json& request, Controls& controls) {
+    if (!request.is_object())
+        return failure(L10n::text("Requête invalide : un objet JSON est attendu", "Bad request: a JSON object is expected"));
+    try {
+        std::optional<std::string> command = field<std::string>(request, "command");
+        if (!command) throw BadField{"command"};
+        auto handler = handlers().find(*command);
+        if (handler == handlers().end())
+            return failure(std::string(L10n::text("Requête inconnue : ", "Unknown request: ")) + *command);
+        return handler->second(request, controls);
+    } catch (const BadField& bad) {
+        return failure(std::string(L10n::text("Requête invalide : champ « ", "Bad request: field \"")) + bad.name +
+                       std::string(L10n::text(" » absent ou mal typé", "\" missing or of the wrong type")));
+    } catch (const ControlFailure& error) {
+        return failure(error.what());
+    } catch (const std::exception& error) {
+        return failure(error.what());
+    }
+}
+
+json perform(std::string_view line, Controls& controls) {
+    json request = json::parse(line, nullptr, false);
+    if (request.is_discarded())
+        return failure(L10n::text("Requête invalide : ce n'est pas du JSON", "Bad request: not JSON"));
+    return perform(request, controls);
+}
+
+} // namespace ombrelo::ControlRequest
