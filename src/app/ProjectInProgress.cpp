@@ -17,7 +17,7 @@ bool Claim::sameAs(const Claim& other) const {
 }
 
 ProjectInProgress::ProjectInProgress(ActivityTracker& tracker, Catalog& catalog, ProjectStore& projects, Database& db)
-    : tracker_(tracker), catalog_(catalog), projects_(projects), db_(db), seenVersion_(db.dataVersion()) {
+    : tracker_(tracker), catalog_(catalog), projects_(projects), db_(db), otherWrites_(db) {
     tracker_.onOpened = [this](const Activity& activity) {
         // A day-old activity still without its row is past waiting for.
         claimsByStart_.erase(claimsByStart_.begin(), claimsByStart_.lower_bound(activity.start - 86400));
@@ -49,8 +49,7 @@ void ProjectInProgress::retryUnwritten() {
 
 void ProjectInProgress::takeInChanges() {
     try {
-        if (std::int64_t version = db_.dataVersion(); version != seenVersion_) {
-            seenVersion_ = version;
+        if (otherWrites_.happened()) {
             catalog_.reload();
             projects_.reload();
         }

@@ -21,6 +21,7 @@
 #include "capture/ActivityBuffer.h"
 #include "capture/ActivityTracker.h"
 #include "classify/Catalog.h"
+#include "storage/OtherWrites.h"
 
 #include <map>
 #include <optional>
@@ -58,7 +59,7 @@ private:
     Catalog& catalog_;
     ProjectStore& projects_;
     Database& db_;
-    std::int64_t seenVersion_;
+    OtherWrites otherWrites_;
     // The claim each activity began with, by its start (rows of one machine
     // never start together), kept until its row is written; the current
     // activity's stays for comparison.

@@ -12,8 +12,8 @@
 namespace ombrelo {
 
 FocusController::FocusController(Database& db, Preferences& preferences, Clock& clock, FocusSurroundings* surroundings)
-    : db_(db), records_(db), preferences_(preferences), clock_(clock), surroundings_(surroundings),
-      log_(Log::get("focus")), now_(clock.now()) {}
+    : records_(db), preferences_(preferences), clock_(clock), surroundings_(surroundings),
+      log_(Log::get("focus")), now_(clock.now()), otherWrites_(db) {}
 
 FocusController::~FocusController() = default;
 
@@ -27,7 +27,6 @@ void FocusController::start() {
 }
 
 void FocusController::recover() {
-    seenVersion_ = db_.dataVersion();
     std::optional<BreakRecord> previous = std::move(activeBreak_);
     session_ = records_.openSession();
     activeBreak_ = records_.openBreak();
@@ -37,7 +36,7 @@ void FocusController::recover() {
 }
 
 void FocusController::takeInOtherWrites() {
-    if (db_.dataVersion() != seenVersion_) recover();
+    if (otherWrites_.happened()) recover();
 }
 
 void FocusController::tick() {

@@ -17,6 +17,7 @@
 #pragma once
 
 #include "focus/FocusRecords.h"
+#include "storage/OtherWrites.h"
 #include "support/Clock.h"
 
 #include <cstdint>
@@ -108,7 +109,6 @@ private:
     void takeInOtherWrites();
     void recover();
 
-    Database& db_;
     FocusRecords records_;
     Preferences& preferences_;
     Clock& clock_;
@@ -121,7 +121,7 @@ private:
     std::optional<Instant> workSince_;
     std::optional<Instant> distractionSince_;
     bool notifiedThisEpisode_ = false;
-    std::int64_t seenVersion_ = 0;
+    OtherWrites otherWrites_;
 };
 
 } // namespace ombrelo

@@ -7,7 +7,12 @@
 #include <csignal>
 #include <gtest/gtest.h>
 #include <sqlite3.h>
+#include <cstring>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <sys/wait.h>
 #include <thread>
+#include <unistd.h>
 
 namespace ombrelo::testing {
 namespace {
@@ -431,6 +436,92 @@ TEST_F(RunCommandTest, WorkAndStopCutTheActivityInProgressAtOnce) {
     EXPECT_EQ(sqlText(database, "SELECT COUNT(*) FROM assignment WHERE activity_id = (SELECT id FROM activity "
                                 "ORDER BY start DESC LIMIT 1)"),
               "0");
+}
+
+// One line to a Unix socket and the line that comes back; nothing when the
+// socket cannot be reached or closes without answering.
+std::optional<std::string> exchange(const fs::path& socket, const std::string& line) {
+    int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::strncpy(address.sun_path, socket.c_str(), sizeof address.sun_path - 1);
+    std::optional<std::string> answer;
+    if (::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0 &&
+        ::send(fd, line.data(), line.size(), MSG_NOSIGNAL) == ssize_t(line.size())) {
+        std::string received;
+        char buffer[512];
+        ssize_t n;
+        while ((n = ::recv(fd, buffer, sizeof buffer, 0)) > 0) received.append(buffer, std::size_t(n));
+        if (!received.empty()) answer = received;
+    }
+    ::close(fd);
+    return answer;
+}
+
+// What another user gets from the socket: run in a child that drops to
+// "nobody"; its exit status says whether it got anything done.
+bool strangerGetsAnswered(const fs::path& socket) {
+    pid_t child = ::fork();
+    if (child == 0) {
+        if (::setgid(65534) != 0 || ::setuid(65534) != 0) ::_exit(3);
+        std::optional<std::string> answer = exchange(socket, R"({"command": "stop"})" "\n");
+        ::_exit(answer && answer->find(R"("ok":true)") != std::string::npos ? 0 : 1);
+    }
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
+
+// Commands reach the running tracker through its socket and act at once; the
+// socket answers its own user only, and garbage on it never stops the tracker.
+TEST_F(RunCommandTest, CommandsReachTheRunningTrackerThroughItsSocket) {
+    StandInLogind logind(systemBus.address());
+    ASSERT_EQ(command({"projects", "add", "Refonte"}).status, 0);
+    auto tracker = startTrackingTheEditor();
+    fs::path folder = home / "run/ombrelo";
+    fs::path socket;
+    ASSERT_TRUE(eventually([&] {
+        for (const auto& entry : fs::directory_iterator(folder))
+            if (entry.path().extension() == ".sock") socket = entry.path();
+        return !socket.empty();
+    })) << log();
+    EXPECT_EQ(fs::status(folder).permissions() & fs::perms::all, fs::perms::owner_all);
+
+    // A project made a moment ago by another process is known to the tracker.
+    ASSERT_EQ(command({"projects", "add", "Audit"}).status, 0);
+    CommandResult focus = command({"focus", "start", "--minutes", "25", "--project", "Audit"});
+    ASSERT_EQ(focus.status, 0) << focus.err;
+    EXPECT_NE(focus.out.find("Audit"), std::string::npos) << focus.out;
+    EXPECT_TRUE(eventually([&] { return log().find("Focus démarré (25 min)") != std::string::npos; }))
+        << "done by the tracker itself:\n" << log();
+    EXPECT_EQ(sqlText(database, "SELECT p.name FROM focus_session f JOIN project p ON p.id = f.project_id "
+                                "WHERE f.end IS NULL"),
+              "Audit");
+
+    std::optional<std::string> garbage = exchange(socket, "{\"command\": \"work\", \"project\": [\n");
+    ASSERT_TRUE(garbage);
+    EXPECT_NE(garbage->find(R"("ok":false)"), std::string::npos) << *garbage;
+    if (::geteuid() == 0) EXPECT_FALSE(strangerGetsAnswered(socket));
+    EXPECT_TRUE(tracker->running());
+
+    CommandResult link = command({"open", "ombrelo://travailler?projet=Refonte&note=Revue"});
+    ASSERT_EQ(link.status, 0) << link.err;
+    waitForRows([](const auto& list) { return list.size() == 2; }, "a cut when the link is followed");
+    EXPECT_EQ(command({"open", "ombrelo://effacer-tout"}).status, 2);
+    EXPECT_EQ(command({"focus", "stop"}).status, 0);
+    EXPECT_TRUE(eventually([&] { return log().find("Focus terminé (stopped)") != std::string::npos; })) << log();
+    EXPECT_EQ(tracker->stop(SIGTERM), 0);
+    EXPECT_FALSE(fs::exists(socket)) << "the socket goes with the tracker";
+
+    // Without a tracker the same command acts on the database, and the next
+    // tracker takes the session up.
+    ASSERT_EQ(command({"focus", "start"}).status, 0);
+    tracker = startTracker({"OMBRELO_SAMPLE_SECONDS=0.2"});
+    ASSERT_TRUE(eventually([&] { return fs::exists(socket); })) << log();
+    CommandResult stopped = command({"focus", "stop"});
+    EXPECT_EQ(stopped.status, 0) << stopped.err;
+    EXPECT_EQ(sqlText(database, "SELECT COUNT(*) FROM focus_session WHERE end IS NULL"), "0");
+    EXPECT_EQ(tracker->stop(SIGTERM), 0);
 }
 
 } // namespace

@@ -181,6 +181,34 @@ TEST_F(SessionEventsTest, NotificationsReachTheServerOrAreSkipped) {
     EXPECT_FALSE(Notifier(nullptr).notify("Pause", "nobody hears"));
 }
 
+// The break's notice: buttons where the server shows them, answered through
+// ActionInvoked; closed when the break ends; a plain notice elsewhere.
+TEST_F(SessionEventsTest, BreakNoticesOfferTheirButtonsWhereTheServerShowsThem) {
+    testing::StandInNotifications notifications(sessionBus.address());
+    auto desktop = makeDesktop();
+    Notifier& notifier = desktop->notifier();
+    ASSERT_TRUE(notifier.offersActions());
+    std::optional<std::uint32_t> shownID;
+    std::vector<std::pair<std::uint32_t, std::string>> chosen;
+    notifier.onAction([&](std::uint32_t id, const std::string& key) { chosen.emplace_back(id, key); });
+    ASSERT_TRUE(notifier.notify("Pause", "Cinq minutes", {{"skip-break", "Passer la pause"}},
+                                [&](std::uint32_t id) { shownID = id; }));
+    ASSERT_TRUE(eventually([&] { return shownID.has_value(); }, [&] { desktop->dispatchPending(); }));
+    EXPECT_EQ(notifications.received().at(0).actions, (std::vector<std::string>{"skip-break", "Passer la pause"}));
+
+    notifications.invoke(*shownID, "skip-break");
+    ASSERT_TRUE(eventually([&] { return !chosen.empty(); }, [&] { desktop->dispatchPending(); }));
+    EXPECT_EQ(chosen.at(0), std::pair(*shownID, std::string("skip-break")));
+    notifier.close(*shownID);
+    EXPECT_TRUE(eventually([&] { return !notifications.closedIDs().empty(); }, [&] { desktop->dispatchPending(); }));
+
+    {
+        std::lock_guard lock(notifications.mutex);
+        notifications.showsActions = false;
+    }
+    EXPECT_FALSE(notifier.offersActions());
+}
+
 TEST_F(SessionEventsTest, UnderWaylandNativeWindowsSuspendAndIdleComesFromTheCompositor) {
     testing::StandInGnomeSession gnome(sessionBus.address(), {}, 42'000);
     options.wayland = true;

@@ -102,16 +102,36 @@ int notify(sd_bus_message* call, void* userdata, sd_bus_error*) {
     const char *app = nullptr, *icon = nullptr, *summary = nullptr, *body = nullptr;
     std::uint32_t replaces = 0;
     if (sd_bus_message_read(call, "susss", &app, &replaces, &icon, &summary, &body) < 0) return -EINVAL;
-    {
-        std::lock_guard lock(server.mutex);
-        server.list.push_back({app, summary, body});
-    }
+    StandInNotifications::Received received{app, summary, body, {}};
+    if (sd_bus_message_enter_container(call, 'a', "s") < 0) return -EINVAL;
+    for (const char* text = nullptr; sd_bus_message_read(call, "s", &text) > 0;) received.actions.push_back(text);
+    std::lock_guard lock(server.mutex);
+    server.list.push_back(received);
     return sd_bus_reply_method_return(call, "u", std::uint32_t(server.list.size()));
+}
+
+int capabilities(sd_bus_message* call, void* userdata, sd_bus_error*) {
+    auto& server = self<StandInNotifications>(userdata);
+    std::lock_guard lock(server.mutex);
+    if (server.showsActions) return sd_bus_reply_method_return(call, "as", 2, "body", "actions");
+    return sd_bus_reply_method_return(call, "as", 1, "body");
+}
+
+int closeNotification(sd_bus_message* call, void* userdata, sd_bus_error*) {
+    auto& server = self<StandInNotifications>(userdata);
+    std::uint32_t id = 0;
+    if (sd_bus_message_read(call, "u", &id) < 0) return -EINVAL;
+    std::lock_guard lock(server.mutex);
+    server.closed.push_back(id);
+    return sd_bus_reply_method_return(call, "");
 }
 
 const sd_bus_vtable notificationsTable[] = {
     SD_BUS_VTABLE_START(0),
     SD_BUS_METHOD("Notify", "susssasa{sv}i", "u", notify, SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD("GetCapabilities", "", "as", capabilities, SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD("CloseNotification", "u", "", closeNotification, SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_SIGNAL("ActionInvoked", "us", 0),
     SD_BUS_VTABLE_END};
 
 // ---- GNOME session ----
@@ -275,6 +295,19 @@ StandInNotifications::~StandInNotifications() {
 std::vector<StandInNotifications::Received> StandInNotifications::received() {
     std::lock_guard lock(mutex);
     return list;
+}
+
+std::vector<std::uint32_t> StandInNotifications::closedIDs() {
+    std::lock_guard lock(mutex);
+    return closed;
+}
+
+void StandInNotifications::invoke(std::uint32_t id, const std::string& key) {
+    service_.run([&](sd_bus* bus) {
+        check(sd_bus_emit_signal(bus, "/org/freedesktop/Notifications", "org.freedesktop.Notifications",
+                                 "ActionInvoked", "us", id, key.c_str()),
+              "ActionInvoked");
+    });
 }
 
 // ---- StandInGnomeSession ----

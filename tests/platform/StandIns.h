@@ -63,11 +63,18 @@ public:
 
     struct Received {
         std::string appName, summary, body;
+        std::vector<std::string> actions;  // key, label, key, label…
     };
+    // Ids are 1, 2, … in the order received.
     std::vector<Received> received();
+    std::vector<std::uint32_t> closedIDs();
+    // The user picks the action `key` of notification `id`.
+    void invoke(std::uint32_t id, const std::string& key);
 
     std::mutex mutex;
     std::vector<Received> list;
+    std::vector<std::uint32_t> closed;
+    bool showsActions = true;
 
 private:
     ServiceThread service_;

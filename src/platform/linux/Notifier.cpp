@@ -58,9 +58,11 @@ bool Notifier::notify(const std::string& title, const std::string& body, const s
         Log::get("notifications")->debug("Notification non envoyée : {}", r);
         return false;
     }
-    // The slot frees the callback with the reply (or with the bus).
+    // Handed to the bus, which frees the slot and the callback with the reply
+    // (or when it closes).
     sd_bus_slot_set_destroy_callback(slot, forgetShown);
     sd_bus_slot_set_floating(slot, 1);
+    sd_bus_slot_unref(slot);
     return true;
 }
 
