@@ -64,12 +64,11 @@ xdotool windowactivate "$second"
 database="$work/data/ombrelo.sqlite"
 mkdir -p "$work/run" "$work/config/ombrelo"
 echo '{"language": "en"}' >"$work/config/ombrelo/settings.json"
-ombrelo() {
-  HOME="$work" XDG_DATA_HOME="$work/data" XDG_CONFIG_HOME="$work/config" XDG_RUNTIME_DIR="$work/run" \
-    XDG_SESSION_TYPE=x11 OMBRELO_DB="$database" OMBRELO_SYSTEM_BUS="$bus" DBUS_SESSION_BUS_ADDRESS="$bus" \
-    OMBRELO_LOG=error "$binary" "$@"
-}
-ombrelo run 2>"$work/tracker.log" &
+environment=(HOME="$work" XDG_DATA_HOME="$work/data" XDG_CONFIG_HOME="$work/config" XDG_RUNTIME_DIR="$work/run"
+  XDG_SESSION_TYPE=x11 OMBRELO_DB="$database" OMBRELO_SYSTEM_BUS="$bus" DBUS_SESSION_BUS_ADDRESS="$bus"
+  OMBRELO_LOG=error)
+# env execs the program, so $! is the tracker's own process.
+env "${environment[@]}" "$binary" run 2>"$work/tracker.log" &
 tracker=$!
 pids+=($tracker)
 for _ in $(seq 100); do [ -s "$database" ] && break; sleep 0.1; done
@@ -101,7 +100,7 @@ printf 'focus change to row: median %.1f ms, worst %.1f ms over %d switches\n' "
 
 # ---- CPU and memory while sampling ----
 if [ "${FOCUS:-0}" = 1 ]; then
-  ombrelo focus start >/dev/null
+  env "${environment[@]}" "$binary" focus start >/dev/null
   echo "with a focus session running"
 fi
 ticks=$(getconf CLK_TCK)
