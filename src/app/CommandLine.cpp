@@ -70,9 +70,11 @@ std::optional<std::string> unknownCommand(CLI::App& program, int argc, char** ar
     for (int i = 1; i < argc; ++i) {
         std::string_view word = argv[i];
         if (word.size() > 1 && word[0] == '-') {
-            const CLI::Option* option = level->get_option_no_throw(std::string(word.substr(0, word.find('='))));
-            if (!option && level != &program) option = program.get_option_no_throw(std::string(word.substr(0, word.find('='))));
-            if (option && option->get_type_size() != 0 && word.find('=') == std::string_view::npos) ++i;
+            std::size_t equals = word.find('=');
+            std::string name(word.substr(0, equals));
+            const CLI::Option* option = level->get_option_no_throw(name);
+            if (!option) option = program.get_option_no_throw(name);
+            if (option && option->get_type_size() != 0 && equals == std::string_view::npos) ++i;  // its value
             continue;
         }
         if (level->get_subcommands({}).empty()) return std::nullopt;

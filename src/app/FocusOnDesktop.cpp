@@ -28,9 +28,14 @@ double FocusOnDesktop::secondsSinceLastInput() { return desktop_.secondsSinceLas
 std::optional<WatchedActivity> FocusOnDesktop::currentActivity() {
     const std::optional<Activity>& current = tracker_.current();
     if (!current) return std::nullopt;
+    return WatchedActivity{current->label(), current->kind == Activity::Kind::idle};
+}
+
+bool FocusOnDesktop::currentIsDistraction() {
+    const std::optional<Activity>& current = tracker_.current();
+    if (!current) return false;
     std::vector<Classified> classified = catalog_.classify({*current}, projects_.projects());
-    bool distracting = !classified.empty() && classified[0].category && classified[0].category->isDistraction;
-    return WatchedActivity{current->label(), distracting, current->kind == Activity::Kind::idle};
+    return !classified.empty() && classified[0].category && classified[0].category->isDistraction;
 }
 
 std::optional<std::string> FocusOnDesktop::projectName(std::int64_t id) {

@@ -37,6 +37,7 @@ public:
 
     double secondsSinceLastInput() override;
     std::optional<WatchedActivity> currentActivity() override;
+    bool currentIsDistraction() override;
     std::optional<std::string> projectName(std::int64_t id) override;
     void notify(const std::string& title, const std::string& body) override;
     void showBreak() override;

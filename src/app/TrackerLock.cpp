@@ -3,10 +3,7 @@
 #include "app/RuntimeFolder.h"
 
 #include <cerrno>
-#include <cstdint>
-#include <cstdlib>
 #include <fcntl.h>
-#include <fmt/format.h>
 #include <string>
 #include <sys/file.h>
 #include <system_error>

@@ -1,13 +1,13 @@
 #include "billing/ProjectStore.h"
 
 #include "support/Fold.h"
+#include "support/NumberText.h"
 #include "support/L10n.h"
 #include "support/LocalTime.h"
 #include "support/Log.h"
 #include "support/Settings.h"
 
 #include <algorithm>
-#include <charconv>
 #include <cmath>
 
 namespace ombrelo {
@@ -28,15 +28,6 @@ constexpr std::string_view updateProject =
     "    day_hours = ?, rounding = ?, budget_minutes = ?, archived = ? WHERE id = ?";
 constexpr std::string_view deleteClient = "DELETE FROM client WHERE id = ?";
 constexpr std::string_view deleteProject = "DELETE FROM project WHERE id = ?";
-
-// "42", "+42", "-42": the whole text as a 64-bit integer.
-std::optional<std::int64_t> integerText(std::string_view text) {
-    if (!text.empty() && text.front() == '+') text.remove_prefix(1);
-    std::int64_t value = 0;
-    auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-    if (error != std::errc() || end != text.data() + text.size() || text.empty()) return std::nullopt;
-    return value;
-}
 
 std::vector<SQLValue> projectValues(const Project& p) {
     return {sqlInt(p.clientID),

@@ -3,9 +3,9 @@
 #include "classify/RegexCache.h"
 #include "classify/RuleMatching.h"
 #include "support/Fold.h"
+#include "support/NumberText.h"
 #include "support/L10n.h"
 
-#include <charconv>
 #include <limits>
 #include <nlohmann/json.hpp>
 
@@ -52,16 +52,6 @@ std::string normalizedPattern(std::string_view pattern, std::optional<Rule::Oper
     return op == Rule::Operator::regex ? std::string(trimmed) : lowerCase(trimmed);
 }
 
-// A base-10 integer with an optional sign, the whole text or nothing.
-std::optional<int> parseInteger(std::string_view text) {
-    if (!text.empty() && text.front() == '+') text.remove_prefix(1);
-    if (text.empty() || text.front() == '+') return std::nullopt;
-    int value = 0;
-    auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-    if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
-    return value;
-}
-
 // The integers among the non-empty pieces of `text` split on `separator`.
 std::vector<int> integers(std::string_view text, char separator) {
     std::vector<int> found;
@@ -69,7 +59,7 @@ std::vector<int> integers(std::string_view text, char separator) {
         auto cut = text.find(separator);
         std::string_view piece = text.substr(0, cut);
         if (!piece.empty())
-            if (auto value = parseInteger(piece)) found.push_back(*value);
+            if (auto value = integerText<int>(piece)) found.push_back(*value);
         if (cut == std::string_view::npos) break;
         text.remove_prefix(cut + 1);
     }

@@ -126,7 +126,7 @@ void FocusController::resetDistraction() {
 
 void FocusController::checkDistraction(Instant now) {
     std::optional<WatchedActivity> current = surroundings_ ? surroundings_->currentActivity() : std::nullopt;
-    if (!current || !current->distracting) {
+    if (!current || !surroundings_->currentIsDistraction()) {
         resetDistraction();
         return;
     }

@@ -36,8 +36,7 @@ class Preferences;
 
 // The current activity, as far as focus cares.
 struct WatchedActivity {
-    std::string label;         // what the reminder names
-    bool distracting = false;  // classified into a category marked as a distraction
+    std::string label;  // what the reminder names
     // The tracker records this as absence (idle time): such a sample neither
     // breaks nor extends the work stretch, whose own test is the input idle time.
     bool away = false;
@@ -50,6 +49,10 @@ public:
     virtual double secondsSinceLastInput() = 0;
     // Absent when nothing is being recorded (paused, locked, nothing in front).
     virtual std::optional<WatchedActivity> currentActivity() = 0;
+    // Whether it classifies, as recorded time does, into a category marked as
+    // a distraction; asked only while a session runs, as it costs a
+    // classification.
+    virtual bool currentIsDistraction() = 0;
     virtual std::optional<std::string> projectName(std::int64_t id) = 0;
     // Skipped silently where nobody can show it.
     virtual void notify(const std::string& title, const std::string& body) = 0;

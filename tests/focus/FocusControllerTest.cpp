@@ -17,11 +17,13 @@ class ScriptedSurroundings final : public FocusSurroundings {
 public:
     double idle = 0;
     std::optional<WatchedActivity> current = WatchedActivity{"Editor"};
+    bool distracting = false;
     std::vector<std::pair<std::string, std::string>> notices;
     int breaksShown = 0, breaksClosed = 0;
 
     double secondsSinceLastInput() override { return idle; }
     std::optional<WatchedActivity> currentActivity() override { return current; }
+    bool currentIsDistraction() override { return distracting; }
     std::optional<std::string> projectName(std::int64_t id) override {
         return id == 7 ? std::optional<std::string>("Refonte") : std::nullopt;
     }
@@ -127,7 +129,8 @@ TEST_F(FocusControllerTest, ARestartTakesUpTheSessionAndBreakLeftRunning) {
 
 TEST_F(FocusControllerTest, OneReminderPerDistractionEpisode) {
     focus.startFocus(std::nullopt, 7, t0);
-    desk.current = WatchedActivity{"video.example", true};
+    desk.current = WatchedActivity{"video.example"};
+    desk.distracting = true;
     tickUntil(t0 + 30);
     EXPECT_TRUE(desk.notices.empty()) << "30 seconds are not yet a distraction";
     tickUntil(t0 + 120);
@@ -136,8 +139,10 @@ TEST_F(FocusControllerTest, OneReminderPerDistractionEpisode) {
     EXPECT_EQ(desk.notices[0].second, "video.example vous a peut-être distrait.");
 
     desk.current = WatchedActivity{"Editor"};
+    desk.distracting = false;
     tickUntil(t0 + 130);
-    desk.current = WatchedActivity{"video.example", true};
+    desk.current = WatchedActivity{"video.example"};
+    desk.distracting = true;
     tickUntil(t0 + 200);
     EXPECT_EQ(desk.notices.size(), 2u) << "leaving the category ends the episode";
 
@@ -184,7 +189,7 @@ TEST_F(FocusControllerTest, BreaksFollowTheWorkStretchAndCountOnlyWhenTaken) {
     preferences.set(settings::breakEveryMinutes, std::int64_t(10));
     Instant start = clock.now();
     desk.idle = 0;
-    desk.current = WatchedActivity{"Inactif", false, true};
+    desk.current = WatchedActivity{"Inactif", true};
     tickUntil(start + 900);
     EXPECT_FALSE(focus.activeBreak());
     desk.current = WatchedActivity{"Editor"};

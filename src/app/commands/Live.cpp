@@ -61,17 +61,17 @@ struct FocusState {
     std::optional<Project> project;
 };
 
-FocusState readFocusState(Session& session) {
+FocusState readFocusState(Session& session, const ProjectStore& projects) {
     FocusRecords records(session.database());
     FocusState state{records.openSession(), records.openBreak(), std::nullopt};
-    if (state.session && state.session->projectID) state.project = openProjects(session).project(*state.session->projectID);
+    if (state.session && state.session->projectID) state.project = projects.project(*state.session->projectID);
     return state;
 }
 
 void showFocus(Session& session) {
-    FocusState state = readFocusState(session);
-    Instant now = session.clock().now();
     ProjectStore projects = openProjects(session);
+    FocusState state = readFocusState(session, projects);
+    Instant now = session.clock().now();
     if (session.json) {
         json document = {{"session", nullptr}, {"break", nullptr}};
         if (const auto& s = state.session) {
@@ -171,11 +171,8 @@ void openLink(Session& session, const std::string& url) {
         output::line(L10n::text("Lien suivi", "Link followed"));
         return;
     }
-    std::string page = answer.value("page", "dashboard");
-    for (Page candidate : {Page::dashboard, Page::timeline, Page::search, Page::projects, Page::reports,
-                           Page::settings})
-        if (rawValue(candidate) == page)
-            output::line(std::string(L10n::text("Page à ouvrir : ", "Page to open: ")) + std::string(title(candidate)));
+    Page page = pageFromRaw(answer.value("page", "")).value_or(Page::dashboard);
+    output::line(std::string(L10n::text("Page à ouvrir : ", "Page to open: ")) + std::string(title(page)));
 }
 
 void addJSONFlag(CLI::App* command, Session& session) {
@@ -217,12 +214,7 @@ void live(CLI::App& program, Session& session) {
     CLI::App* stats = focus->add_subcommand(
         "stats", std::string(L10n::text("Bilan d'une période (cette semaine par défaut)",
                                         "Statistics of a period (this week by default)")));
-    stats->add_option("--period", focusArguments->period,
-                      std::string(L10n::text("today, yesterday, week, last_week, month ou last_month",
-                                             "today, yesterday, week, last_week, month or last_month")))
-        ->check(CLI::IsMember({"today", "yesterday", "week", "last_week", "month", "last_month"}));
-    stats->add_option("--from", focusArguments->from, std::string(L10n::text("Premier jour (AAAA-MM-JJ)", "First day (YYYY-MM-DD)")));
-    stats->add_option("--to", focusArguments->to, std::string(L10n::text("Dernier jour inclus", "Last day, included")));
+    addPeriodOptions(*stats, focusArguments->period, focusArguments->from, focusArguments->to, "week");
     addJSONFlag(stats, session);
     stats->callback([&session, focusArguments] { showStats(session, *focusArguments); });
 

@@ -104,14 +104,7 @@ void summary(CLI::App& program, Session& session) {
                                           "par catégorie",
                                           "Totals of a period: active and billable time, amount, by project and "
                                           "by category")));
-    command
-        ->add_option("--period", arguments->period,
-                     std::string(L10n::text("today, yesterday, week, last_week, month ou last_month (today par défaut)",
-                                            "today, yesterday, week, last_week, month or last_month (default today)")))
-        ->check(CLI::IsMember({"today", "yesterday", "week", "last_week", "month", "last_month"}));
-    command->add_option("--from", arguments->from, std::string(L10n::text("Premier jour (AAAA-MM-JJ)", "First day (YYYY-MM-DD)")));
-    command->add_option("--to", arguments->to,
-                        std::string(L10n::text("Dernier jour inclus (AAAA-MM-JJ)", "Last day, included (YYYY-MM-DD)")));
+    addPeriodOptions(*command, arguments->period, arguments->from, arguments->to, "today");
     command->add_flag("--json", session.json, std::string(L10n::text("Sortie JSON", "JSON output")));
     command->callback([&session, arguments] { show(session, *arguments); });
 }

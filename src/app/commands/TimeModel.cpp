@@ -28,6 +28,18 @@ TimeModel::TimeModel(Session& session)
 
 void usageFailure(const std::string& message) { throw CommandFailure(exitStatus::usage, message); }
 
+void addPeriodOptions(CLI::App& command, std::optional<std::string>& period, std::optional<std::string>& from,
+                      std::optional<std::string>& to, std::string_view defaultPeriod) {
+    command
+        .add_option("--period", period,
+                    fmt::format("{}{}{}", L10n::text("today, yesterday, week, last_week, month ou last_month (",
+                                                     "today, yesterday, week, last_week, month or last_month (default "),
+                                defaultPeriod, L10n::text(" par défaut)", ")")))
+        ->check(CLI::IsMember({"today", "yesterday", "week", "last_week", "month", "last_month"}));
+    command.add_option("--from", from, std::string(L10n::text("Premier jour (AAAA-MM-JJ)", "First day (YYYY-MM-DD)")));
+    command.add_option("--to", to, std::string(L10n::text("Dernier jour inclus (AAAA-MM-JJ)", "Last day, included (YYYY-MM-DD)")));
+}
+
 nlohmann::json periodArguments(const std::optional<std::string>& period, const std::optional<std::string>& from,
                                const std::optional<std::string>& to) {
     nlohmann::json arguments = nlohmann::json::object();

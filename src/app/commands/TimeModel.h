@@ -10,6 +10,7 @@
 #include "classify/Catalog.h"
 #include "classify/Workspace.h"
 
+#include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
@@ -30,6 +31,9 @@ struct TimeModel {
 // The arguments of the agent tools' `period`: --from and --to (days, the last
 // one included) or --period. Throws CommandFailure (status 1) for --to without
 // --from.
+// Adds --period (`defaultPeriod` when absent, as the help says), --from and --to.
+void addPeriodOptions(CLI::App& command, std::optional<std::string>& period, std::optional<std::string>& from,
+                      std::optional<std::string>& to, std::string_view defaultPeriod);
 nlohmann::json periodArguments(const std::optional<std::string>& period, const std::optional<std::string>& from,
                                const std::optional<std::string>& to);
 

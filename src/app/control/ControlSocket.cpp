@@ -143,7 +143,7 @@ namespace {
 
 class Descriptor {
 public:
-    explicit Descriptor(int fd) : fd(fd) {}
+    explicit Descriptor(int descriptor) : fd(descriptor) {}
     ~Descriptor() {
         if (fd >= 0) ::close(fd);
     }

@@ -22,6 +22,12 @@ std::string_view rawValue(Page page) {
     return "dashboard";
 }
 
+std::optional<Page> pageFromRaw(std::string_view raw) {
+    for (Page page : {Page::dashboard, Page::timeline, Page::search, Page::projects, Page::reports, Page::settings})
+        if (rawValue(page) == raw) return page;
+    return std::nullopt;
+}
+
 std::string_view title(Page page) {
     switch (page) {
     case Page::dashboard: return L10n::text("Tableau de bord", "Dashboard");

@@ -29,6 +29,8 @@ enum class Page { dashboard, timeline, search, projects, reports, settings };
 
 // "dashboard", "timeline", …: the page's name in answers and logs.
 std::string_view rawValue(Page page);
+// The page of that name; nothing for another text.
+std::optional<Page> pageFromRaw(std::string_view raw);
 // The page's title in the user's language.
 std::string_view title(Page page);
 

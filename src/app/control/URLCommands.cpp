@@ -3,9 +3,8 @@
 #include "support/Fold.h"
 #include "support/L10n.h"
 #include "support/Log.h"
+#include "support/NumberText.h"
 
-#include <charconv>
-#include <cmath>
 #include <map>
 
 namespace ombrelo::URLCommands {
@@ -17,13 +16,6 @@ struct Link {
     std::string command;  // host, then path: "focus/stop"
     std::map<std::string, std::string> parameters;
 };
-
-std::string lower(std::string_view text) {
-    std::string result(text);
-    for (char& c : result)
-        if (c >= 'A' && c <= 'Z') c = char(c - 'A' + 'a');
-    return result;
-}
 
 int hexDigit(char c) {
     if (c >= '0' && c <= '9') return c - '0';
@@ -53,7 +45,7 @@ std::optional<std::string> percentDecoded(std::string_view text) {
 std::optional<Link> parse(std::string_view url) {
     std::size_t colon = url.find(':');
     if (colon == std::string_view::npos || colon == 0) return std::nullopt;
-    Link link{lower(url.substr(0, colon)), {}, {}};
+    Link link{lowerASCII(url.substr(0, colon)), {}, {}};
     std::string_view rest = url.substr(colon + 1);
     rest = rest.substr(0, rest.find('#'));
     std::string_view query;
@@ -78,26 +70,6 @@ std::optional<Link> parse(std::string_view url) {
         link.parameters.try_emplace(*name, *value);  // the first of a repeated name counts
     }
     return link;
-}
-
-// An optional sign, then digits, and nothing else.
-std::optional<std::int64_t> integer(std::string_view text) {
-    if (!text.empty() && text.front() == '+') text.remove_prefix(1);
-    if (text.empty() || text.front() == '+') return std::nullopt;
-    std::int64_t value = 0;
-    auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-    if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
-    return value;
-}
-
-// A decimal number, fractions allowed: "15", "1.5", "-2".
-std::optional<double> decimal(std::string_view text) {
-    if (!text.empty() && text.front() == '+') text.remove_prefix(1);
-    if (text.empty() || text.front() == '+') return std::nullopt;
-    double value = 0;
-    auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value, std::chars_format::fixed);
-    if (error != std::errc() || end != text.data() + text.size() || !std::isfinite(value)) return std::nullopt;
-    return value;
 }
 
 std::optional<std::string> parameter(const Link& link, const char* french, const char* english = nullptr) {
@@ -126,7 +98,7 @@ Result work(const Link& link, Controls& controls) {
 
 Result focus(const Link& link, Controls& controls) {
     std::optional<std::int64_t> minutes;
-    if (auto text = parameter(link, "minutes")) minutes = integer(*text);
+    if (auto text = parameter(link, "minutes")) minutes = integerText(*text);
     std::optional<std::int64_t> projectID;
     if (auto name = parameter(link, "projet", "project"))
         if (auto project = find(*name, controls.projects())) projectID = project->id;
@@ -145,7 +117,7 @@ Result dispatch(const Link& link, Controls& controls) {
         controls.stopFocus();
     } else if (command == "pause") {
         std::optional<std::string> minutes = parameter(link, "minutes");
-        controls.pause(minutes ? decimal(*minutes) : std::nullopt);
+        controls.pause(minutes ? decimalText(*minutes) : std::nullopt);
     } else if (is(command, "reprendre", "resume")) {
         controls.resume();
     } else if (is(command, "ouvrir", "open")) {
@@ -183,7 +155,7 @@ Page pageNamed(std::string_view name) {
         {"recherche", Page::search},    {"projets", Page::projects},    {"rapports", Page::reports},
         {"reglages", Page::settings},
     };
-    auto found = pages.find(lower(name));
+    auto found = pages.find(lowerASCII(name));
     return found == pages.end() ? Page::dashboard : found->second;
 }
 
