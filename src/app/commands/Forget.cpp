@@ -42,8 +42,9 @@ Contents contents(Database& db, Instant from, Instant to) {
     return found;
 }
 
+// What would go or went, after the period: " : 2 activités, …".
 std::string describe(const Contents& found) {
-    return fmt::format("{} {}, {} {}, {} {}", found.activities, L10n::text("activité(s)", "activities"),
+    return fmt::format("{}{}, {} {}, {} {}", L10n::text(" : ", ": "), activityCount(std::size_t(found.activities)),
                        found.focus.sessions, L10n::text("session(s) de concentration", "focus session(s)"),
                        found.focus.breaks, L10n::text("pause(s)", "break(s)"));
 }
@@ -65,14 +66,14 @@ void forget(Session& session, const Arguments& arguments) {
                                        "activities of the period are billed or paid: nothing is deleted. "
                                        "Clear their state first (ombrelo billing clear).")));
         if (!arguments.yes) {
-            output::line(std::string(L10n::text("À effacer, ", "Would delete, ")) + period + " : " + describe(found));
+            output::line(std::string(L10n::text("À effacer, ", "Would delete, ")) + period + describe(found));
             output::line(L10n::text("Rien n'est effacé sans --yes.", "Nothing is deleted without --yes."));
             return;
         }
         db.run(std::string("DELETE ") + activitiesIn, {from, to});
         FocusRecords(db).forgetStartingIn(from, to);
         transaction.commit();
-        output::line(std::string(L10n::text("Effacé, ", "Deleted, ")) + period + " : " + describe(found));
+        output::line(std::string(L10n::text("Effacé, ", "Deleted, ")) + period + describe(found));
     } catch (const DatabaseError& error) {
         throw CommandFailure(exitStatus::failure,
                              std::string(L10n::text("Rien n'est effacé : ", "Nothing deleted: ")) + error.what());
