@@ -4,6 +4,7 @@
 #include "support/L10n.h"
 #include "support/Log.h"
 #include "support/Preferences.h"
+#include "support/Region.h"
 #include "support/Settings.h"
 
 #include <unicode/numberformatter.h>
@@ -21,17 +22,6 @@ namespace {
 
 bool known(std::string_view code) {
     return std::find(std::begin(knownCurrencies), std::end(knownCurrencies), code) != std::end(knownCurrencies);
-}
-
-// "de_CH.UTF-8@euro" → "CH"; "" when the name carries no region.
-std::string regionOf(std::string_view localeName) {
-    localeName = localeName.substr(0, localeName.find_first_of(".@"));
-    auto underscore = localeName.find('_');
-    if (underscore == std::string_view::npos) return {};
-    std::string region(localeName.substr(underscore + 1));
-    bool plausible = region.size() >= 2 && region.size() <= 3 &&
-                     std::all_of(region.begin(), region.end(), [](char c) { return std::isalnum((unsigned char)c); });
-    return plausible ? region : std::string();
 }
 
 std::optional<std::string> regionCurrency(const std::string& region) {

@@ -10,6 +10,11 @@ namespace ombrelo::settings {
 inline const PreferenceKey<std::string> language{"language", ""};
 inline const PreferenceKey<std::string> currency{"currency", ""};
 
+// Public holidays: a country code ("fr", "gb"…; empty: the locale's region
+// decides) and, in France, the two extra days of Alsace-Moselle.
+inline const PreferenceKey<std::string> holidayCountry{"holidayCountry", ""};
+inline const PreferenceKey<bool> holidayAlsaceMoselle{"holidayAlsaceMoselle", false};
+
 // Capture loop.
 inline const PreferenceKey<double> idleSeconds{"idleSeconds", 300};
 inline const PreferenceKey<bool> workHoursEnabled{"workHoursEnabled", false};
