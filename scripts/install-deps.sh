@@ -9,6 +9,8 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev
   # real desktop pieces the capture tests drive
   xvfb openbox xdotool x11-utils dbus dbus-x11 sqlite3 tzdata locales
+  # real readers of the exported files
+  python3 python3-openpyxl unzip libxml2-utils
 )
 
 missing=()

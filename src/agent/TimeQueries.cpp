@@ -2,6 +2,7 @@
 
 #include "classify/Insights.h"
 #include "reports/Format.h"
+#include "reports/Report.h"
 #include "support/Fold.h"
 #include "support/L10n.h"
 #include "support/LocalTime.h"
@@ -80,15 +81,15 @@ Period period(const json& arguments, Instant now) {
     std::string name = text("period").value_or("today");
     if (name == "today") return {today, local::addDays(today, 1)};
     if (name == "yesterday") return {local::addDays(today, -1), today};
-    if (name == "week" || name == "last_week") {
-        Instant start = Format::weekStart(name == "week" ? today : local::addDays(today, -7));
-        return {start, local::addDays(start, 7)};
-    }
-    if (name == "month" || name == "last_month") {
-        Instant start = local::startOfMonth(today);
-        if (name == "last_month") start = local::addMonths(start, -1);
-        return {start, local::addMonths(start, 1)};
-    }
+    static const std::pair<std::string_view, ReportPeriod> reportPeriods[] = {{"week", ReportPeriod::thisWeek},
+                                                                              {"last_week", ReportPeriod::lastWeek},
+                                                                              {"month", ReportPeriod::thisMonth},
+                                                                              {"last_month", ReportPeriod::lastMonth}};
+    for (const auto& [raw, reportPeriod] : reportPeriods)
+        if (name == raw) {
+            ReportInterval range = interval(reportPeriod, now);
+            return {range.start, range.end};
+        }
     throw ToolError(std::string(L10n::text("Période inconnue : ", "Unknown period: ")) + name);
 }
 

@@ -32,10 +32,12 @@ void manual(CLI::App& program, Session& session);
 void billing(CLI::App& program, Session& session);  // billing mark, clear, totals
 void live(CLI::App& program, Session& session);     // pause, resume, focus, break, open
 void forget(CLI::App& program, Session& session);
+void report(CLI::App& program, Session& session);
+void holidays(CLI::App& program, Session& session);
 
 inline constexpr Registration all[] = {status, run, replay, clients, projects, work, stop, active,
                                        categories, rules, corrections, activities, summary, timeline, search,
-                                       manual, billing, live, forget};
+                                       manual, billing, report, holidays, live, forget};
 
 } // namespace commands
 } // namespace ombrelo

@@ -11,8 +11,8 @@ namespace ombrelo {
 
 BillingStore::BillingStore(Database& db, Clock& clock) : db_(db), clock_(clock), log_(Log::get("billing")) {}
 
-std::unordered_map<std::int64_t, BillingRow> BillingStore::rows(const std::vector<std::int64_t>& ids) {
-    std::unordered_map<std::int64_t, BillingRow> rows;
+BillingRows BillingStore::rows(const std::vector<std::int64_t>& ids) {
+    BillingRows rows;
     if (ids.empty()) return rows;
     auto [lowest, highest] = std::minmax_element(ids.begin(), ids.end());
     Statement statement =
@@ -50,18 +50,7 @@ BillingStatuses BillingStore::statuses(const ClassifiedList& items) {
 }
 
 std::vector<std::string> BillingStore::invoices(const std::vector<std::int64_t>& ids) {
-    auto stored = rows(ids);
-    std::vector<std::int64_t> sorted = ids;
-    std::sort(sorted.begin(), sorted.end());
-    sorted.erase(std::unique(sorted.begin(), sorted.end()), sorted.end());
-    std::vector<std::string> invoices;
-    std::unordered_set<std::string> seen;
-    for (std::int64_t id : sorted) {
-        auto row = stored.find(id);
-        if (row == stored.end() || !row->second.invoice || row->second.invoice->empty()) continue;
-        if (seen.insert(*row->second.invoice).second) invoices.push_back(*row->second.invoice);
-    }
-    return invoices;
+    return invoicesOf(ids, rows(ids));
 }
 
 bool BillingStore::mark(const std::vector<std::int64_t>& ids, BillingStatus status,

@@ -28,13 +28,6 @@
 
 namespace ombrelo {
 
-struct BillingRow {
-    BillingStatus status = BillingStatus::toBill;
-    std::optional<std::string> invoice;
-
-    bool operator==(const BillingRow&) const = default;
-};
-
 class BillingStore {
 public:
     explicit BillingStore(Database& db, Clock& clock = Clock::system());
@@ -42,7 +35,7 @@ public:
     // The stored rows of the id range of `ids` (smallest to largest), by
     // activity id; rows whose status is not a known raw value are left out (and
     // logged), so that time reads as to bill. Throws DatabaseError.
-    std::unordered_map<std::int64_t, BillingRow> rows(const std::vector<std::int64_t>& ids);
+    BillingRows rows(const std::vector<std::int64_t>& ids);
 
     // The status of each classified activity: none for idle time and time
     // without project; "nonbillable" for a project that is not billable; else

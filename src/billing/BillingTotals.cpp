@@ -5,6 +5,7 @@
 #include "support/Money.h"
 
 #include <algorithm>
+#include <unordered_set>
 
 namespace ombrelo {
 
@@ -96,6 +97,19 @@ BillingTotals BillingTotals::compute(const ClassifiedList& items, const BillingS
         }
     }
     return totals;
+}
+
+std::vector<std::string> invoicesOf(std::vector<std::int64_t> ids, const BillingRows& rows) {
+    std::sort(ids.begin(), ids.end());
+    ids.erase(std::unique(ids.begin(), ids.end()), ids.end());
+    std::vector<std::string> invoices;
+    std::unordered_set<std::string> seen;
+    for (std::int64_t id : ids) {
+        auto row = rows.find(id);
+        if (row == rows.end() || !row->second.invoice || row->second.invoice->empty()) continue;
+        if (seen.insert(*row->second.invoice).second) invoices.push_back(*row->second.invoice);
+    }
+    return invoices;
 }
 
 } // namespace ombrelo

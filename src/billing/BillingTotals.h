@@ -41,6 +41,18 @@ bool passes(StatusFilter filter, BillingStatus status);
 // Activity id → status; activities without status (idle, without project) are absent.
 using BillingStatuses = std::unordered_map<std::int64_t, BillingStatus>;
 
+// A stored status, with the invoice the time was billed on.
+struct BillingRow {
+    BillingStatus status = BillingStatus::toBill;
+    std::optional<std::string> invoice;
+    bool operator==(const BillingRow&) const = default;
+};
+using BillingRows = std::unordered_map<std::int64_t, BillingRow>;
+
+// The non-empty invoice references of the activities `ids` in `rows`, taken by
+// ascending activity id, each once, in order of first appearance.
+std::vector<std::string> invoicesOf(std::vector<std::int64_t> ids, const BillingRows& rows);
+
 struct BillingTotals {
     std::int64_t toBillCents = 0;
     double toBillSeconds = 0;

@@ -66,14 +66,6 @@ std::string_view labelOf(const Activity& activity, std::string_view privateLabel
     return activity.domain ? std::string_view(*activity.domain) : std::string_view(activity.appName);
 }
 
-// "report.pdf" of "/home/me/report.pdf", "src" of "/home/me/src/".
-std::string_view lastComponent(std::string_view path) {
-    while (path.size() > 1 && path.back() == '/') path.remove_suffix(1);
-    auto slash = path.find_last_of('/');
-    if (slash == std::string_view::npos || path.size() == 1) return path;
-    return path.substr(slash + 1);
-}
-
 bool isIdle(const Classified& item) { return item.activity.kind == Activity::Kind::idle; }
 
 template <typename Record>  // Project or Category
@@ -137,6 +129,13 @@ std::string Block::title() const {
 }
 
 namespace Insights {
+
+std::string_view documentName(std::string_view path) {
+    while (path.size() > 1 && path.back() == '/') path.remove_suffix(1);
+    auto slash = path.find_last_of('/');
+    if (slash == std::string_view::npos || path.size() == 1) return path;
+    return path.substr(slash + 1);
+}
 
 bool sameWork(const std::vector<Classified>& items, const Classified& next) {
     const Classified& first = items.front();
@@ -216,7 +215,7 @@ void SummaryBuilder::add(const Classified& item) {
     t.labels.add(labelOf(activity, privateLabel, idleLabel), activity.bundleID, d);
     t.apps.add(activity.appName, activity.bundleID, d);
     if (activity.domain) t.domains.add(*activity.domain, activity.bundleID, d);
-    if (activity.path && !activity.path->empty()) t.documents.add(lastComponent(*activity.path), activity.bundleID, d);
+    if (activity.path && !activity.path->empty()) t.documents.add(Insights::documentName(*activity.path), activity.bundleID, d);
 }
 
 void SummaryBuilder::add(const ClassifiedList& items) {

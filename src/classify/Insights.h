@@ -20,9 +20,14 @@
 #include "support/Clock.h"
 
 #include <memory>
+#include <string_view>
 #include <vector>
 
 namespace ombrelo::Insights {
+
+// What totals call a document: the last component of its path ("report.pdf" of
+// "/home/me/report.pdf", "src" of "/home/me/src/").
+std::string_view documentName(std::string_view path);
 
 // Whether `next` continues a block made of `items` (non-empty): an absence only
 // continues an absence; otherwise the project and the category must be the same

@@ -9,6 +9,7 @@
 #include <memory>
 #include <unicode/calendar.h>
 #include <unicode/locid.h>
+#include <unicode/timezone.h>
 
 namespace ombrelo::Format {
 
@@ -58,6 +59,23 @@ int firstWeekday(std::string_view icuLocale) {
 }
 
 Instant weekStart(Instant t) { return local::startOfWeek(t, firstWeekday()); }
+
+int weekOfYear(Instant t) {
+    UErrorCode status = U_ZERO_ERROR;
+    // The day's fields in a zone-free calendar: only the date matters here.
+    std::unique_ptr<icu::Calendar> calendar(icu::Calendar::createInstance(
+        icu::TimeZone::getGMT()->clone(), icu::Locale(locale().c_str()), status));
+    if (U_FAILURE(status) || !calendar) return 0;
+    if (L10n::french()) {
+        calendar->setFirstDayOfWeek(UCAL_MONDAY);
+        calendar->setMinimalDaysInFirstWeek(4);
+    }
+    local::DateParts day = local::parts(t);
+    calendar->clear();
+    calendar->set(day.year, day.month - 1, day.day, 12, 0, 0);
+    int week = calendar->get(UCAL_WEEK_OF_YEAR, status);
+    return U_FAILURE(status) ? 0 : week;
+}
 
 std::string currency(const Preferences& preferences) { return currencyCode(preferences); }
 

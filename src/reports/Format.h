@@ -38,8 +38,12 @@ std::string locale();
 // else what ICU's calendar says for `icuLocale` (locale() by default).
 int firstWeekday();
 int firstWeekday(std::string_view icuLocale);
-// Start of the week (by firstWeekday()) containing `t`, and of the week after.
+// Start of the week (by firstWeekday()) containing `t`.
 Instant weekStart(Instant t);
+// The week number of the day of `t`: weeks from firstWeekday(), the first week
+// of a year being the first with at least 4 days of it in French (ISO weeks),
+// else as the region counts them (the first with 1 day in the United States).
+int weekOfYear(Instant t);
 
 // The user's currency code ("EUR" unless the setting or the region says
 // otherwise) and an amount in it, as a person reads it ("825,00 €", "€825.00").
