@@ -84,6 +84,12 @@ def main():
         ("status", ["status"], 20, None),
         ("activities of a month as JSON",
          ["activities", "--from", month[0].isoformat(), "--to", month[1].isoformat(), "--json"], 250, 60),
+        ("month statement as XLSX",
+         ["report", "--from", month[0].isoformat(), "--to", month[1].isoformat(), "-o", str(work / "month.xlsx")],
+         100, None),
+        ("year timesheet as CSV",
+         ["report", "--template", "timesheet", "--from", first.isoformat(), "--to", last.isoformat(),
+          "-o", str(work / "year.csv")], 1000, 100),
     ]
 
     print(f"load average {os.getloadavg()[0]:.2f}, {args.runs} runs each after one warm-up, medians")

@@ -19,6 +19,9 @@ TARGETS_MS = {
     "YearItemsCold": 300,
     "DayRange": 0.5,
     "MonthAppTotals": 5,
+    "MonthStatementXLSXCold": 60,
+    "YearTimesheetCSVCold": 1000,
+    "YearStatementXLSXCold": 1000,
 }
 
 TO_MS = {"ns": 1e-6, "us": 1e-3, "ms": 1, "s": 1e3}
