@@ -215,7 +215,8 @@ void SummaryBuilder::add(const Classified& item) {
     t.labels.add(labelOf(activity, privateLabel, idleLabel), activity.bundleID, d);
     t.apps.add(activity.appName, activity.bundleID, d);
     if (activity.domain) t.domains.add(*activity.domain, activity.bundleID, d);
-    if (activity.path && !activity.path->empty()) t.documents.add(Insights::documentName(*activity.path), activity.bundleID, d);
+    if (activity.path && !activity.path->empty())
+        t.documents.add(Insights::documentName(*activity.path), activity.bundleID, d);
 }
 
 void SummaryBuilder::add(const ClassifiedList& items) {

@@ -107,6 +107,12 @@ std::string dayText(Instant day, const ReportFormat& format, bool withYear) {
 
 } // namespace
 
+std::string ReportLine::description() const {
+    std::string text;
+    for (const std::string& note : notes) text += (text.empty() ? "" : " ; ") + note;
+    return text;
+}
+
 Report Report::build(const ClassifiedList& items, Instant from, Instant to, const std::optional<Client>& client,
                      const std::vector<Client>& clients, const Holidays& holidays) {
     Report report;

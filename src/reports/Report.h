@@ -37,6 +37,9 @@ struct ReportLine {
     std::int64_t amountCents = 0;
     std::vector<std::string> notes;  // distinct, in order of first appearance
     std::vector<std::int64_t> activityIDs;
+
+    // The notes as one description: "Maquettes ; Revue".
+    std::string description() const;
 };
 
 // One project over the period.

@@ -155,7 +155,8 @@ std::string ReportFormat::dayLabel(Instant day) const {
         symbols.getWeekdays(count, icu::DateFormatSymbols::FORMAT, icu::DateFormatSymbols::ABBREVIATED);
     std::string weekday = U_SUCCESS(status) && p.weekday < count ? utf8(names[p.weekday]) : "";
     bool monthFirst = datePattern_.find('M') < datePattern_.find('d');
-    std::string date = monthFirst ? fmt::format("{:02}/{:02}", p.month, p.day) : fmt::format("{:02}/{:02}", p.day, p.month);
+    std::string date = monthFirst ? fmt::format("{:02}/{:02}", p.month, p.day)
+                                  : fmt::format("{:02}/{:02}", p.day, p.month);
     return weekday.empty() ? date : weekday + " " + date;
 }
 

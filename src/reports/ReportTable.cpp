@@ -8,6 +8,7 @@
 #include "support/Money.h"
 
 #include <algorithm>
+#include <map>
 #include <unordered_map>
 
 namespace ombrelo {
@@ -68,7 +69,7 @@ void statement(ReportTable& table, const Report& report, const BillingStatuses& 
         auto [status, invoices] = billingOf(line, statuses, billing);
         bool priced = line.project.billable && line.project.rateCents > 0;
         table.rows.push_back({TableCell::ofDate(line.day), clientCell(line.client),
-                              TableCell::ofText(line.project.name), textOrNone(joined(line.notes, " ; ")),
+                              TableCell::ofText(line.project.name), textOrNone(line.description()),
                               TableCell::ofDuration(line.seconds), TableCell::ofNumber(line.days),
                               textOrNone(status), textOrNone(invoices),
                               priced ? TableCell::ofMoney(line.project.rateCents) : TableCell::none(),
@@ -139,6 +140,48 @@ std::pair<std::string, std::string> detailKey(const Activity& activity) {
     return {tr("Appli", "App"), activity.appName};
 }
 
+// One application, site or document of the detail, with the time of each
+// (category, project) it was classified in.
+struct DetailEntry {
+    std::string type, name;
+    double seconds = 0;
+    std::vector<std::pair<const Classified*, double>> work;
+
+    void add(const Classified& item) {
+        double d = item.activity.duration();
+        seconds += d;
+        auto same = std::find_if(work.begin(), work.end(), [&](const auto& w) {
+            return w.first->category == item.category && w.first->project == item.project;
+        });
+        if (same == work.end()) work.emplace_back(&item, d);
+        else same->second += d;
+    }
+    // The classification that took most of its time, which its row shows.
+    const Classified& main() const {
+        return *std::max_element(work.begin(), work.end(), [](const auto& a, const auto& b) {
+                    return a.second < b.second;
+                })->first;
+    }
+};
+
+// Largest first; absences are no application.
+std::vector<DetailEntry> detailEntries(const Report& report) {
+    std::map<std::pair<std::string, std::string>, DetailEntry> entries;
+    for (const Classified& item : report.items) {
+        if (item.activity.kind == Activity::Kind::idle) continue;
+        auto key = detailKey(item.activity);
+        DetailEntry& entry = entries[key];
+        entry.type = key.first;
+        entry.name = key.second;
+        entry.add(item);
+    }
+    std::vector<DetailEntry> sorted;
+    for (auto& [key, entry] : entries) sorted.push_back(std::move(entry));
+    std::stable_sort(sorted.begin(), sorted.end(),
+                     [](const DetailEntry& a, const DetailEntry& b) { return a.seconds > b.seconds; });
+    return sorted;
+}
+
 void detail(ReportTable& table, const Report& report) {
     table.title = tr("Détail par appli, site et document", "Detail by app, site and document");
     setColumns(table, {{"Type", "type"},
@@ -146,41 +189,14 @@ void detail(ReportTable& table, const Report& report) {
                        {tr("Catégorie", "Category"), "categorie"},
                        {tr("Projet", "Project"), "projet"},
                        {tr("Durée", "Duration"), "duree"}});
-    // Each row shows the category and project that took most of its time.
-    struct Entry {
-        std::string type, name;
-        double seconds = 0;
-        std::vector<std::pair<const Classified*, double>> work;  // one per (category, project) met
-    };
-    std::map<std::pair<std::string, std::string>, Entry> entries;
-    for (const Classified& item : report.items) {
-        if (item.activity.kind == Activity::Kind::idle) continue;
-        auto key = detailKey(item.activity);
-        Entry& entry = entries[key];
-        entry.type = key.first;
-        entry.name = key.second;
-        double d = item.activity.duration();
-        entry.seconds += d;
-        auto same = std::find_if(entry.work.begin(), entry.work.end(), [&](const auto& w) {
-            return w.first->category == item.category && w.first->project == item.project;
-        });
-        if (same == entry.work.end()) entry.work.emplace_back(&item, d);
-        else same->second += d;
-    }
-    std::vector<Entry*> sorted;
-    for (auto& [key, entry] : entries) sorted.push_back(&entry);
-    std::stable_sort(sorted.begin(), sorted.end(), [](const Entry* a, const Entry* b) { return a->seconds > b->seconds; });
-
     double total = 0;
-    for (const Entry* entry : sorted) {
-        const Classified* main = std::max_element(entry->work.begin(), entry->work.end(), [](const auto& a, const auto& b) {
-                                     return a.second < b.second;
-                                 })->first;
-        table.rows.push_back({TableCell::ofText(entry->type), TableCell::ofText(entry->name),
-                              main->category ? TableCell::ofText(main->category->name) : TableCell::none(),
-                              TableCell::ofText(projectLabel(main->project.get(), report.clients)),
-                              TableCell::ofDuration(entry->seconds)});
-        total += entry->seconds;
+    for (const DetailEntry& entry : detailEntries(report)) {
+        const Classified& main = entry.main();
+        table.rows.push_back({TableCell::ofText(entry.type), TableCell::ofText(entry.name),
+                              main.category ? TableCell::ofText(main.category->name) : TableCell::none(),
+                              TableCell::ofText(projectLabel(main.project.get(), report.clients)),
+                              TableCell::ofDuration(entry.seconds)});
+        total += entry.seconds;
     }
     TableRow totals = totalsRow(table.headers.size());
     totals[4] = TableCell::ofDuration(total);
@@ -196,8 +212,9 @@ void notes(ReportTable& table, const Report& report) {
                        {tr("Durée", "Duration"), "duree"}});
     for (const ReportLine& line : report.lines) {
         if (line.notes.empty()) continue;
-        table.rows.push_back({TableCell::ofDate(line.day), clientCell(line.client), TableCell::ofText(line.project.name),
-                              TableCell::ofText(joined(line.notes, " ; ")), TableCell::ofDuration(line.seconds)});
+        table.rows.push_back({TableCell::ofDate(line.day), clientCell(line.client),
+                              TableCell::ofText(line.project.name), TableCell::ofText(line.description()),
+                              TableCell::ofDuration(line.seconds)});
     }
 }
 

@@ -86,12 +86,15 @@ void pretty(const nlohmann::json& value, int depth, std::string& out) {
 }
 
 constexpr std::string_view htmlStyle = R"(:root{--ink:#1F1D22;--muted:#76707A;--rule:#ECE7E9;--accent:#C92B55;--band:#FBF1F4}
-@media (prefers-color-scheme:dark){:root{--ink:#F2EEF0;--muted:#A49CA8;--rule:#2F2D33;--band:#241F25}body{background:#141315}}
-body{font:14px/1.45 -apple-system,BlinkMacSystemFont,"Helvetica Neue",sans-serif;color:var(--ink);margin:40px auto;max-width:1080px;padding:0 20px}
+@media (prefers-color-scheme:dark){:root{--ink:#F2EEF0;--muted:#A49CA8;--rule:#2F2D33;--band:#241F25}
+body{background:#141315}}
+body{font:14px/1.45 -apple-system,BlinkMacSystemFont,"Helvetica Neue",sans-serif;color:var(--ink);
+margin:40px auto;max-width:1080px;padding:0 20px}
 h1{font-size:26px;margin:0 0 4px}
 p.sub{color:var(--accent);font-weight:600;margin:0 0 24px}
 table{width:100%;border-collapse:collapse}
-th{text-align:left;color:var(--muted);font-size:12px;font-weight:600;border-bottom:2px solid var(--accent);padding:8px 6px}
+th{text-align:left;color:var(--muted);font-size:12px;font-weight:600;border-bottom:2px solid var(--accent);
+padding:8px 6px}
 td{padding:8px 6px;border-bottom:1px solid var(--rule)}
 tbody tr:nth-child(even){background:var(--band)}
 td.n{text-align:right;font-variant-numeric:tabular-nums;white-space:nowrap}
@@ -210,9 +213,7 @@ std::string summary(const Report& report, const ReportFormat& format) {
     for (const ReportLine& line : report.lines) {
         const Project& project = line.project;
         std::string unit = project.rateKind == Project::RateKind::day ? tr(" /j", " /day") : " /h";
-        std::string notes;
-        for (const std::string& note : line.notes) notes += (notes.empty() ? "" : " ; ") + note;
-        out += row({format.date(line.day), line.client ? line.client->name : "", project.name, notes,
+        out += row({format.date(line.day), line.client ? line.client->name : "", project.name, line.description(),
                     format.hours(line.seconds), format.decimal(line.days),
                     project.billable ? tr("Oui", "Yes") : tr("Non", "No"),
                     project.rateCents > 0 ? format.units(project.rateCents) + unit : "",

@@ -83,7 +83,8 @@ std::string stored(const std::vector<Entry>& entries) {
     std::vector<Written> written;
     written.reserve(entries.size());
     for (const Entry& entry : entries) {
-        if (entry.path.size() > std::numeric_limits<std::uint16_t>::max()) throw std::length_error("ZIP: name too long");
+        if (entry.path.size() > std::numeric_limits<std::uint16_t>::max())
+            throw std::length_error("ZIP: name too long");
         Written w{crc32(entry.data), size32(entry.data.size(), "ZIP: entry too large"),
                   static_cast<std::uint16_t>(entry.path.size()), size32(out.size(), "ZIP: archive too large")};
         put32(out, localHeaderSignature);

@@ -204,6 +204,34 @@ TEST_F(TableExportTest, TimesheetColumnsByDayUpToAWeekThenByWeek) {
     EXPECT_DOUBLE_EQ(byWeek.rows[0][2].value, 8 * 3600);  // both days in week 41
 }
 
+TEST_F(TableExportTest, DetailByApplicationSiteAndDocument) {
+    Instant nine = local::make(2026, 10, 5, 9, 0);
+    auto with = [](Classified item, auto change) {
+        change(item.activity);
+        return item;
+    };
+    ClassifiedList items{
+        with(make.item(nine, 600, make.refonte), [](Activity& a) { a.domain = "figma.com"; }),
+        with(make.item(nine + 600, 1200, std::nullopt), [](Activity& a) { a.domain = "figma.com"; }),
+        with(make.item(nine + 1800, 300, make.refonte), [](Activity& a) { a.path = "/home/me/devis.pdf"; }),
+        make.item(nine + 2100, 900, make.refonte, {}, Activity::Kind::manual),
+        make.item(nine + 3000, 60, std::nullopt, {}, Activity::Kind::privateTime),
+        make.item(nine + 3060, 3600, std::nullopt, {}, Activity::Kind::idle)};
+    Report report = Report::build(items, local::make(2026, 10, 1), local::make(2026, 11, 1), std::nullopt,
+                                  {make.dupont}, france);
+    ReportTable table = ReportTable::make(ReportTemplate::detail, report, {}, {}, ReportFormat("fr_FR", "EUR"));
+    std::vector<std::string> rows;
+    for (const TableRow& row : table.rows)
+        rows.push_back(row[0].text + "|" + row[1].text + "|" + row[3].text + "|" + std::to_string(int(row[4].value)));
+    // A site's row shows the project that took most of its time; an absence is
+    // no row at all.
+    EXPECT_EQ(rows, (std::vector<std::string>{"Site|figma.com|Sans projet|1800", "Hors ordinateur|Figma|Atelier "
+                                              "Dupont › Refonte; site|900",
+                                              "Document|devis.pdf|Atelier Dupont › Refonte; site|300",
+                                              "Appli|Privé|Sans projet|60"}));
+    EXPECT_DOUBLE_EQ(table.totals->back().value, 3060);
+}
+
 TEST_F(TableExportTest, ZipArchiveLayout) {
     EXPECT_EQ(ZipWriter::crc32("123456789"), 0xCBF43926u);
     EXPECT_EQ(ZipWriter::crc32(""), 0u);

@@ -89,8 +89,10 @@ void show(Session& session, const Arguments& arguments) {
     for (const Holiday& holiday : list)
         table.add({format.date(holiday.date), Holidays::localizedName(holiday.name),
                    onWeekday(holiday) ? "" : std::string(L10n::text("(week-end)", "(weekend)"))});
-    if (table.empty()) output::line(L10n::text("Aucun jour férié sur cette période.", "No public holiday in this period."));
-    else table.print(std::cout);
+    if (table.empty())
+        output::line(L10n::text("Aucun jour férié sur cette période.", "No public holiday in this period."));
+    else
+        table.print(std::cout);
     output::line("");
     output::field(L10n::text("Jours ouvrés", "Working days"), std::to_string(workingDays));
 }

@@ -67,8 +67,8 @@ std::string defaultFileName(const Report& report, std::string_view reportTemplat
         for (char c : name) part += std::isalnum(static_cast<unsigned char>(c)) ? c : '-';
         slug += "-" + part;
     }
-    return fmt::format("{}-{}-{}.{}", slug, local::formatDay(report.from), local::formatDay(local::addDays(report.to, -1)),
-                       format.extension);
+    return fmt::format("{}-{}-{}.{}", slug, local::formatDay(report.from),
+                       local::formatDay(local::addDays(report.to, -1)), format.extension);
 }
 
 std::string fileBytes(const FileFormat& fileFormat, const BuiltReport& built, ReportTemplate reportTemplate,
