@@ -1,6 +1,6 @@
 #include "app/TrackerLock.h"
 
-#include "app/RuntimeFolder.h"
+#include "control/RuntimeFolder.h"
 
 #include <cerrno>
 #include <fcntl.h>

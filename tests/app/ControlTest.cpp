@@ -1,8 +1,8 @@
 // Links and requests carried out on real stores (a database file and a settings
 // file), and the control socket served on a real Unix socket.
-#include "app/control/ControlRequest.h"
-#include "app/control/ControlSocket.h"
-#include "app/control/URLCommands.h"
+#include "control/ControlRequest.h"
+#include "control/ControlSocket.h"
+#include "control/URLCommands.h"
 #include "capture/ActivityTracker.h"
 #include "focus/FocusController.h"
 #include "storage/Database.h"

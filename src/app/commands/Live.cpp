@@ -7,7 +7,7 @@
 #include "app/commands/LiveRequests.h"
 #include "app/commands/ProjectArguments.h"
 #include "app/commands/TimeModel.h"
-#include "app/control/Controls.h"
+#include "control/Controls.h"
 #include "capture/ActivityTracker.h"
 #include "focus/FocusController.h"
 #include "reports/Format.h"

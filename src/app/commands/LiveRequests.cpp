@@ -2,8 +2,8 @@
 
 #include "app/Session.h"
 #include "app/commands/ProjectArguments.h"
-#include "app/control/ControlRequest.h"
-#include "app/control/ControlSocket.h"
+#include "control/ControlRequest.h"
+#include "control/ControlSocket.h"
 #include "focus/FocusController.h"
 
 namespace ombrelo::commands {

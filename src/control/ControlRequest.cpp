@@ -1,6 +1,6 @@
-#include "app/control/ControlRequest.h"
+#include "control/ControlRequest.h"
 
-#include "app/control/URLCommands.h"
+#include "control/URLCommands.h"
 #include "support/L10n.h"
 
 #include <functional>
@@ -53,6 +53,16 @@ json link(const json& request, Controls& controls) {
     return answer;
 }
 
+json agentState(const json&, Controls& controls) {
+    json answer = ok;
+    std::optional<AgentServerState> state = controls.agentServer();
+    answer["agent_server"] = state ? json{{"running", state->running},
+                                          {"port", state->port},
+                                          {"problem", state->problem ? json(*state->problem) : json(nullptr)}}
+                                   : json(nullptr);
+    return answer;
+}
+
 using Handler = std::function<json(const json&, Controls&)>;
 
 const std::map<std::string, Handler, std::less<>>& handlers() {
@@ -71,6 +81,8 @@ const std::map<std::string, Handler, std::less<>>& handlers() {
         {"break-end", [](const json&, Controls& c) { c.endBreak(false); return ok; }},
         {"break-skip", [](const json&, Controls& c) { c.endBreak(true); return ok; }},
         {"link", link},
+        {"agent-state", agentState},
+        {"agent-token", [](const json&, Controls& c) { c.agentTokenChanged(); return ok; }},
     };
     return table;
 }

@@ -13,12 +13,14 @@
 //   {"command": "focus-stop"}
 //   {"command": "break-start"} | {"command": "break-end"} | {"command": "break-skip"}
 //   {"command": "link", "url": "ombrelo://…"}
+//   {"command": "agent-state"}      answer: "agent_server": {"running", "port", "problem"} or null
+//   {"command": "agent-token"}      the agent server takes the token stored now
 //
 // Answer: {"ok": true}, with "page" for a link that opened one, or
 // {"ok": false, "error": "…"} (the reason in the tracker's language).
 #pragma once
 
-#include "app/control/Controls.h"
+#include "control/Controls.h"
 
 #include <nlohmann/json.hpp>
 

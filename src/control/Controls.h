@@ -40,6 +40,13 @@ public:
     using std::runtime_error::runtime_error;
 };
 
+// The agent server of the running tracker, as `status` shows it.
+struct AgentServerState {
+    bool running = false;
+    std::uint16_t port = 0;
+    std::optional<std::string> problem;  // why it could not start
+};
+
 class Controls {
 public:
     struct Parts {
@@ -54,6 +61,10 @@ public:
         std::function<void()> projectChanged;
         // Shows the main window on a page.
         std::function<void(Page)> open;
+        // The tracker's agent server, when it has one: its state, and taking in a
+        // token another process made.
+        std::function<AgentServerState()> agentServer;
+        std::function<void()> agentTokenChanged;
     };
 
     explicit Controls(Parts parts) : parts_(std::move(parts)) {}
@@ -73,6 +84,9 @@ public:
     void startBreak();
     void endBreak(bool skipped);
     void open(Page page);
+    // Nothing where no agent server runs in this process.
+    std::optional<AgentServerState> agentServer() const;
+    void agentTokenChanged();
 
 private:
     // Runs a focus change, turning a database failure into a ControlFailure.

@@ -13,7 +13,7 @@
 // refused and changes nothing.
 #pragma once
 
-#include "app/control/Controls.h"
+#include "control/Controls.h"
 
 #include <optional>
 #include <string>

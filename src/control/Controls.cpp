@@ -1,4 +1,4 @@
-#include "app/control/Controls.h"
+#include "control/Controls.h"
 
 #include "capture/ActivityTracker.h"
 #include "focus/FocusController.h"
@@ -122,6 +122,15 @@ void Controls::endBreak(bool skipped) {
 
 void Controls::open(Page page) {
     if (parts_.open) parts_.open(page);
+}
+
+std::optional<AgentServerState> Controls::agentServer() const {
+    if (!parts_.agentServer) return std::nullopt;
+    return parts_.agentServer();
+}
+
+void Controls::agentTokenChanged() {
+    if (parts_.agentTokenChanged) parts_.agentTokenChanged();
 }
 
 } // namespace ombrelo

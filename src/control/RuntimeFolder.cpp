@@ -1,4 +1,4 @@
-#include "app/RuntimeFolder.h"
+#include "control/RuntimeFolder.h"
 
 #include <cerrno>
 #include <cstdint>

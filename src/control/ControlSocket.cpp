@@ -1,7 +1,7 @@
-#include "app/control/ControlSocket.h"
+#include "control/ControlSocket.h"
 
-#include "app/RuntimeFolder.h"
-#include "app/control/ControlRequest.h"
+#include "control/RuntimeFolder.h"
+#include "control/ControlRequest.h"
 #include "support/L10n.h"
 #include "support/Log.h"
 

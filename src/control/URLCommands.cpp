@@ -1,4 +1,4 @@
-#include "app/control/URLCommands.h"
+#include "control/URLCommands.h"
 
 #include "support/Fold.h"
 #include "support/L10n.h"
