@@ -19,8 +19,6 @@ namespace {
 
 json nullable(const std::optional<std::string>& text) { return text ? json(*text) : json(nullptr); }
 
-double euros(std::int64_t cents) { return static_cast<double>(cents) / 100.0; }
-
 // Now minus `days` calendar days, at the same local time.
 Instant daysBefore(Instant now, int days) {
     local::DateParts at = local::parts(now);
@@ -28,6 +26,8 @@ Instant daysBefore(Instant now, int days) {
 }
 
 } // namespace
+
+double euros(std::int64_t cents) { return static_cast<double>(cents) / 100.0; }
 
 std::int64_t wholeMinutes(double seconds) {
     if (!std::isfinite(seconds)) return 0;

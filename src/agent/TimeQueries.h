@@ -118,6 +118,8 @@ private:
     Clock& clock_;
 };
 
+// Amounts in agent results: cents / 100, in the user's currency.
+double euros(std::int64_t cents);
 // Whole minutes of agent results: seconds / 60 truncated toward zero.
 std::int64_t wholeMinutes(double seconds);
 // Minutes rounded to the nearest, halves away from zero.

@@ -34,10 +34,11 @@ void live(CLI::App& program, Session& session);     // pause, resume, focus, bre
 void forget(CLI::App& program, Session& session);
 void report(CLI::App& program, Session& session);
 void holidays(CLI::App& program, Session& session);
+void mcp(CLI::App& program, Session& session);  // mcp serve, enable, disable, token, config
 
 inline constexpr Registration all[] = {status, run, replay, clients, projects, work, stop, active,
                                        categories, rules, corrections, activities, summary, timeline, search,
-                                       manual, billing, report, holidays, live, forget};
+                                       manual, billing, report, holidays, live, forget, mcp};
 
 } // namespace commands
 } // namespace ombrelo

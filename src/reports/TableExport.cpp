@@ -1,6 +1,7 @@
 #include "reports/TableExport.h"
 
 #include "reports/Markup.h"
+#include "support/JSONText.h"
 #include "support/L10n.h"
 #include "support/LocalTime.h"
 
@@ -55,34 +56,6 @@ nlohmann::json jsonTotals(const ReportTable& table) {
     for (std::size_t i = 0; i < table.totals->size() && i < table.keys.size(); ++i)
         if ((*table.totals)[i].numeric()) object[table.keys[i]] = jsonValue((*table.totals)[i]);
     return object;
-}
-
-// Two-space indentation and " : " between a key and its value; keys sorted
-// (nlohmann's objects are ordered maps).
-void pretty(const nlohmann::json& value, int depth, std::string& out) {
-    std::string indent(2 * (depth + 1), ' ');
-    std::string closing(2 * depth, ' ');
-    if (value.is_object() && !value.empty()) {
-        out += "{\n";
-        bool first = true;
-        for (const auto& [key, member] : value.items()) {
-            if (!first) out += ",\n";
-            first = false;
-            out += indent + nlohmann::json(key).dump() + " : ";
-            pretty(member, depth + 1, out);
-        }
-        out += "\n" + closing + "}";
-    } else if (value.is_array() && !value.empty()) {
-        out += "[\n";
-        for (std::size_t i = 0; i < value.size(); ++i) {
-            if (i > 0) out += ",\n";
-            out += indent;
-            pretty(value[i], depth + 1, out);
-        }
-        out += "\n" + closing + "]";
-    } else {
-        out += value.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
-    }
 }
 
 constexpr std::string_view htmlStyle = R"(:root{--ink:#1F1D22;--muted:#76707A;--rule:#ECE7E9;--accent:#C92B55;--band:#FBF1F4}
@@ -174,10 +147,7 @@ std::string json(const ReportTable& table, const Report& report, const ReportFor
                                {"lignes", std::move(rows)},
                                {"totaux", std::move(totals)},
                                {"genere_par", "Ombrelo"}};
-    std::string out;
-    pretty(document, 0, out);
-    out += '\n';
-    return out;
+    return prettyJSON(document) + "\n";
 }
 
 } // namespace TableExport

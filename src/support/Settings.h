@@ -32,6 +32,11 @@ inline const PreferenceKey<std::vector<std::string>> privateTitleWords{"privateT
 // absent, an hour.
 inline constexpr const char* breakEveryMinutes = "breakEveryMinutes";
 
+// The agent server: on or off, and its port on 127.0.0.1 (8473 when unset or
+// outside 1024–65535).
+inline constexpr const char* mcpEnabled = "mcpEnabled";
+inline constexpr const char* mcpPort = "mcpPort";
+
 // The active project ("Projet en cours").
 inline constexpr const char* activeProject = "activeProject";            // project id
 inline constexpr const char* activeProjectSince = "activeProjectSince";  // seconds since 1970

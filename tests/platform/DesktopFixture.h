@@ -4,6 +4,7 @@
 // (a stand-in logind, notification server, session manager).
 #pragma once
 
+#include "testing/Processes.h"
 #include "capture/Desktop.h"
 
 #include <atomic>
@@ -27,36 +28,6 @@ struct sd_bus;
 struct _XDisplay;
 
 namespace ombrelo::testing {
-
-// A child process, ended (SIGTERM, then SIGKILL) when the object goes.
-class ChildProcess {
-public:
-    // Runs `argv` with `environment` added ("KEY=value"); stdout and stderr go
-    // to `log` when given, else to /dev/null.
-    ChildProcess(const std::vector<std::string>& argv, const std::vector<std::string>& environment = {},
-                 const std::optional<std::filesystem::path>& log = std::nullopt, int extraFd = -1);
-    ~ChildProcess();
-    ChildProcess(const ChildProcess&) = delete;
-    ChildProcess& operator=(const ChildProcess&) = delete;
-
-    int pid() const { return pid_; }
-    bool running();
-    // Sends `signal` and waits for the exit; returns the exit status (-1 when
-    // killed by a signal, or still running after `timeout`).
-    int stop(int signal, std::chrono::milliseconds timeout = std::chrono::seconds(10));
-
-private:
-    int pid_ = -1;
-    std::optional<int> status_;
-};
-
-// Runs a program to its end; returns its exit status.
-int runProgram(const std::vector<std::string>& argv, const std::vector<std::string>& environment = {});
-
-// Polls `condition` until it holds or `timeout` passes, calling `pump` between
-// tries (to let events in). Tests never assert on the time this takes.
-bool eventually(const std::function<bool()>& condition, const std::function<void()>& pump = {},
-                std::chrono::milliseconds timeout = std::chrono::seconds(10));
 
 // Xvfb with openbox, started once per test program. `shared()` is null when
 // Xvfb cannot start here; `whyUnavailable()` says why.

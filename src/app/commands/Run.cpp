@@ -6,14 +6,16 @@
 // socket answers other commands' requests on it (ControlSocket.h), and
 // SIGINT/SIGTERM end it after closing the current activity, so the last row ends
 // at the moment the tracker stopped.
+#include "agent/MCPService.h"
+#include "app/AgentHost.h"
 #include "app/Commands.h"
 #include "app/Session.h"
 #include "app/FocusOnDesktop.h"
 #include "app/ProjectInProgress.h"
 #include "app/TrackerLock.h"
-#include "app/control/ControlRequest.h"
-#include "app/control/ControlSocket.h"
-#include "app/control/Controls.h"
+#include "control/ControlRequest.h"
+#include "control/ControlSocket.h"
+#include "control/Controls.h"
 #include "billing/ProjectStore.h"
 #include "capture/ActivityTracker.h"
 #include "classify/Catalog.h"
@@ -21,6 +23,7 @@
 #include "platform/linux/FolderWatch.h"
 #include "platform/linux/Notifier.h"
 #include "platform/linux/X11Desktop.h"
+#include "reports/Format.h"
 #include "support/L10n.h"
 #include "support/LocalTime.h"
 #include "support/Log.h"
@@ -168,6 +171,8 @@ void track(Session& session) {
     });
     focusTicks.start();
 
+    // Made once the tools exist; the control socket asks after it before then.
+    std::unique_ptr<MCPService> agentServer;
     Controls controls({.projects = projects,
                        .focus = focus,
                        .preferences = session.preferences(),
@@ -175,7 +180,21 @@ void track(Session& session) {
                        .tracker = &tracker,
                        .projectChanged = [&] { inProgress.takeInChanges(); },
                        // Until the application has a window, the page is named in the log and the answer.
-                       .open = [&](Page page) { log->info("Page demandée : {}", rawValue(page)); }});
+                       .open = [&](Page page) { log->info("Page demandée : {}", rawValue(page)); },
+                       .agentServer =
+                           [&] {
+                               return agentServer ? AgentServerState{agentServer->running(), agentServer->boundPort(),
+                                                                     agentServer->lastError()}
+                                                  : AgentServerState{};
+                           },
+                       .agentTokenChanged =
+                           [&] {
+                               if (agentServer) agentServer->reloadToken();
+                           }});
+    AgentHost agents({.io = io, .activities = store, .catalog = catalog, .projects = projects, .controls = controls,
+                      .clock = session.clock(), .currency = Format::currency(session.preferences())});
+    agentServer = std::make_unique<MCPService>(session.preferences(), agents.dispatch(), agents.poster());
+    agentServer->apply();
     focusDesk.onBreakChoice = [&](FocusOnDesktop::BreakChoice choice) {
         try {
             if (choice == FocusOnDesktop::BreakChoice::endSession) controls.stopFocus();
@@ -198,6 +217,7 @@ void track(Session& session) {
     platform::FolderWatch settingsWatch(io, settings.parent_path(), {settings.filename().string()}, [&] {
         tracker.takeInSettings();
         inProgress.takeInChanges();
+        agentServer->apply();
     });
     std::string databaseName = db.path().filename().string();
     platform::FolderWatch databaseWatch(io, db.path().parent_path(), {databaseName, databaseName + "-wal"},
@@ -207,6 +227,7 @@ void track(Session& session) {
         if (error) return;
         // The last writes may wait their turn: nothing else runs any more.
         db.setBusyTimeout(5000);
+        agentServer->stop();
         tracker.quit();
         if (tracker.unsavedWrites() > 0)
             log->error("{} écriture(s) perdue(s) : la base est restée occupée", tracker.unsavedWrites());

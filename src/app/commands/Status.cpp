@@ -3,6 +3,9 @@
 #include "app/Output.h"
 #include "app/Session.h"
 #include "app/TrackerLock.h"
+#include "agent/MCPService.h"
+#include "control/ControlSocket.h"
+#include "control/Controls.h"
 #include "support/L10n.h"
 #include "support/LocalTime.h"
 #include "support/Settings.h"
@@ -18,7 +21,25 @@ struct StatusReport {
     std::optional<Instant> firstActivity;
     std::optional<Instant> pausedUntil;  // present only while the pause lasts
     std::optional<int> tracker;          // the process tracking this database
+    bool agentsEnabled = false;
+    std::uint16_t agentPort = 0;
+    std::optional<AgentServerState> agentServer;  // what the running tracker says of it
 };
+
+// The running tracker's agent server, asked through its control socket.
+std::optional<AgentServerState> askAgentServer(Session& session) {
+    try {
+        auto answer = ControlClient::send(controlSocketFor(session.databasePath()), {{"command", "agent-state"}});
+        if (!answer || !answer->contains("agent_server") || !(*answer)["agent_server"].is_object())
+            return std::nullopt;
+        const nlohmann::json& state = (*answer)["agent_server"];
+        AgentServerState result{state.value("running", false), state.value("port", std::uint16_t{0})};
+        if (state.contains("problem") && state["problem"].is_string()) result.problem = state["problem"];
+        return result;
+    } catch (const std::exception&) {
+        return std::nullopt;
+    }
+}
 
 StatusReport gather(Session& session) {
     Database& db = session.database();
@@ -27,7 +48,24 @@ StatusReport gather(Session& session) {
                         std::nullopt, TrackerLock::holder(session.databasePath())};
     auto paused = session.preferences().number(settings::pausedUntil);
     if (paused && *paused > session.clock().now()) report.pausedUntil = paused;
+    report.agentsEnabled = MCPService::enabled(session.preferences());
+    report.agentPort = MCPService::port(session.preferences());
+    if (report.tracker && report.agentsEnabled) report.agentServer = askAgentServer(session);
     return report;
+}
+
+// "sur 127.0.0.1:8473", "désactivé", or why it does not run.
+std::string agentServerText(const StatusReport& report) {
+    if (!report.agentsEnabled)
+        return std::string(L10n::text("désactivé (ombrelo mcp enable)", "off (ombrelo mcp enable)"));
+    std::string address = "127.0.0.1:" + std::to_string(report.agentPort);
+    if (!report.tracker)
+        return std::string(L10n::text("activé, servi par le suivi sur ", "on, served by the tracker on ")) + address;
+    if (report.agentServer && report.agentServer->problem) return *report.agentServer->problem;
+    if (report.agentServer && report.agentServer->running)
+        return std::string(L10n::text("en service sur ", "serving on ")) + "127.0.0.1:" +
+               std::to_string(report.agentServer->port);
+    return std::string(L10n::text("activé, pas encore en service", "on, not serving yet"));
 }
 
 void render(const StatusReport& report, bool asJSON) {
@@ -42,7 +80,14 @@ void render(const StatusReport& report, bool asJSON) {
                       {"paused", report.pausedUntil.has_value()},
                       {"paused_until", optionalTime(report.pausedUntil)},
                       {"tracker_running", report.tracker.has_value()},
-                      {"tracker_pid", report.tracker ? nlohmann::json(*report.tracker) : nlohmann::json(nullptr)}});
+                      {"tracker_pid", report.tracker ? nlohmann::json(*report.tracker) : nlohmann::json(nullptr)},
+                      {"agent_server",
+                       {{"enabled", report.agentsEnabled},
+                        {"port", report.agentPort},
+                        {"running", report.agentServer && report.agentServer->running},
+                        {"problem", report.agentServer && report.agentServer->problem
+                                        ? nlohmann::json(*report.agentServer->problem)
+                                        : nlohmann::json(nullptr)}}}});
         return;
     }
     output::field(L10n::text("Base de données", "Database"), report.path);
@@ -61,6 +106,7 @@ void render(const StatusReport& report, bool asJSON) {
                   report.tracker ? std::string(L10n::text("lancé (processus ", "running (process ")) +
                                        std::to_string(*report.tracker) + ")"
                                  : std::string(L10n::text("arrêté (ombrelo run)", "not running (ombrelo run)")));
+    output::field(L10n::text("Serveur agents", "Agent server"), agentServerText(report));
 }
 
 } // namespace
