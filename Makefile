@@ -19,6 +19,7 @@ run: build
 
 # Tests run under AddressSanitizer and UndefinedBehaviorSanitizer.
 test: deps
+	@./scripts/install-test-clients.sh
 	@$(CMAKE) -S . -B $(TESTING) -DCMAKE_BUILD_TYPE=Debug -DOMBRELO_SANITIZE=ON >/dev/null
 	@ninja -C $(TESTING)
 	cd $(TESTING) && ctest --output-on-failure -j2

@@ -13,6 +13,10 @@ packages=(
   python3 python3-openpyxl unzip libxml2-utils
 )
 
+# Node.js and npm run the agent tests' official MCP client; a Node.js already
+# installed from elsewhere (with its own npm) is kept.
+command -v npm >/dev/null 2>&1 || packages+=(nodejs npm)
+
 missing=()
 for p in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")

@@ -2,13 +2,16 @@
 // logind on a private system bus, windows switched with xdotool, and the rows
 // it writes read back from its SQLite file.
 #include "platform/StandIns.h"
+#include "testing/LoopbackClient.h"
 #include "testing/TestSupport.h"
 
 #include <csignal>
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 #include <sqlite3.h>
 #include <cstring>
 #include <sys/socket.h>
+#include <netinet/in.h>
 #include <sys/un.h>
 #include <sys/wait.h>
 #include <thread>
@@ -524,6 +527,79 @@ TEST_F(RunCommandTest, CommandsReachTheRunningTrackerThroughItsSocket) {
     EXPECT_EQ(stopped.status, 0) << stopped.err;
     EXPECT_EQ(sqlText(database, "SELECT COUNT(*) FROM focus_session WHERE end IS NULL"), "0");
     EXPECT_EQ(tracker->stop(SIGTERM), 0);
+}
+
+// A port nobody listens on now, and one held by a listener of the test's.
+class Ports {
+public:
+    Ports() {
+        held_ = ::socket(AF_INET, SOCK_STREAM, 0);
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        ::bind(held_, reinterpret_cast<sockaddr*>(&address), sizeof address);
+        ::listen(held_, 1);
+        socklen_t length = sizeof address;
+        ::getsockname(held_, reinterpret_cast<sockaddr*>(&address), &length);
+        taken = ntohs(address.sin_port);
+        int probe = ::socket(AF_INET, SOCK_STREAM, 0);
+        address.sin_port = 0;
+        ::bind(probe, reinterpret_cast<sockaddr*>(&address), sizeof address);
+        ::getsockname(probe, reinterpret_cast<sockaddr*>(&address), &length);
+        free = ntohs(address.sin_port);
+        ::close(probe);
+    }
+    ~Ports() { ::close(held_); }
+    std::uint16_t free = 0;
+    std::uint16_t taken = 0;
+
+private:
+    int held_ = -1;
+};
+
+int ping(std::uint16_t port, const std::string& token) {
+    std::string body = R"({"jsonrpc":"2.0","id":7,"method":"ping"})";
+    LoopbackClient client(port);
+    if (!client.connected()) return 0;
+    client.send("POST /mcp HTTP/1.1\r\nHost: 127.0.0.1:" + std::to_string(port) +
+                "\r\nAuthorization: Bearer " + token + "\r\nContent-Type: application/json\r\nContent-Length: " +
+                std::to_string(body.size()) + "\r\n\r\n" + body);
+    return splitReply(client.readAll().bytes).status;
+}
+
+TEST_F(RunCommandTest, TheTrackerServesAgentsAsTheSettingsSay) {
+    StandInLogind logind(systemBus.address());
+    Ports ports;
+    ASSERT_EQ(command({"mcp", "enable", "--port", std::to_string(ports.free)}).status, 0);
+    auto token = runOmbrelo(home.path(), {"mcp", "token"}, {"OMBRELO_TOKEN_STORE=file"});
+    ASSERT_EQ(token.status, 0) << token.err;
+    std::string secret = token.out.substr(0, 64);
+    auto tracker = startTracker({"OMBRELO_TOKEN_STORE=file"});
+    ASSERT_TRUE(eventually([&] { return ping(ports.free, secret) == 200; })) << log();
+    EXPECT_EQ(ping(ports.free, std::string(64, 'f')), 401);
+    auto status = [&] { return nlohmann::json::parse(command({"status", "--json"}).out)["agent_server"]; };
+    EXPECT_EQ(status()["running"], true);
+
+    // A port already taken: said by status, and tracking goes on.
+    ASSERT_EQ(command({"mcp", "enable", "--port", std::to_string(ports.taken)}).status, 0);
+    ASSERT_TRUE(eventually([&] { return status()["problem"].is_string(); })) << log();
+    EXPECT_NE(status()["problem"].get<std::string>().find(std::to_string(ports.taken)), std::string::npos);
+    EXPECT_NE(ping(ports.free, secret), 200);
+
+    // A new token reaches the running server at once; turned off, it closes.
+    ASSERT_EQ(command({"mcp", "enable", "--port", std::to_string(ports.free)}).status, 0);
+    ASSERT_TRUE(eventually([&] { return ping(ports.free, secret) == 200; })) << log();
+    auto renewed = runOmbrelo(home.path(), {"mcp", "token", "--regenerate"},
+                              {"OMBRELO_TOKEN_STORE=file", "OMBRELO_DB=" + database.string()});
+    ASSERT_EQ(renewed.status, 0) << renewed.err;
+    std::string fresh = renewed.out.substr(0, 64);
+    EXPECT_TRUE(eventually([&] { return ping(ports.free, fresh) == 200; })) << log();
+    EXPECT_EQ(ping(ports.free, secret), 401);
+    ASSERT_EQ(command({"mcp", "disable"}).status, 0);
+    EXPECT_TRUE(eventually([&] { return ping(ports.free, fresh) == 0; })) << log();
+    EXPECT_TRUE(tracker->running());
+    EXPECT_EQ(tracker->stop(SIGTERM), 0);
+    EXPECT_EQ(log().find(fresh), std::string::npos);
 }
 
 } // namespace
