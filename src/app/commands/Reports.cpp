@@ -94,14 +94,13 @@ void writeExport(const std::string& bytes, const std::string& path) {
 
 void exportFile(const FileFormat& fileFormat, const BuiltReport& built, const Arguments& arguments,
                 const ReportFormat& format) {
-    if (arguments.output && *arguments.output == "-") {
-        if (fileFormat.binary && ::isatty(STDOUT_FILENO))
-            usageFailure(std::string(L10n::text("Un classeur XLSX ne s'affiche pas : indiquez -o FICHIER.",
-                                                "An XLSX workbook cannot be shown: give -o FILE.")));
-    }
+    bool toStandardOutput = arguments.output && *arguments.output == "-";
+    if (toStandardOutput && fileFormat.binary && ::isatty(STDOUT_FILENO))
+        usageFailure(std::string(L10n::text("Un classeur XLSX ne s'affiche pas : indiquez -o FICHIER.",
+                                            "An XLSX workbook cannot be shown: give -o FILE.")));
     ReportTemplate reportTemplate = *parseReportTemplate(arguments.reportTemplate);
     std::string bytes = fileBytes(fileFormat, built, reportTemplate, *parseDurationStyle(arguments.style), format);
-    if (arguments.output && *arguments.output == "-") {
+    if (toStandardOutput) {
         std::cout << bytes << std::flush;
         return;
     }
