@@ -34,11 +34,12 @@ void live(CLI::App& program, Session& session);     // pause, resume, focus, bre
 void forget(CLI::App& program, Session& session);
 void report(CLI::App& program, Session& session);
 void holidays(CLI::App& program, Session& session);
+void import(CLI::App& program, Session& session);  // import FILE, import list, import undo
 void mcp(CLI::App& program, Session& session);  // mcp serve, enable, disable, token, config
 
 inline constexpr Registration all[] = {status, run, replay, clients, projects, work, stop, active,
                                        categories, rules, corrections, activities, summary, timeline, search,
-                                       manual, billing, report, holidays, live, forget, mcp};
+                                       manual, billing, report, holidays, import, live, forget, mcp};
 
 } // namespace commands
 } // namespace ombrelo

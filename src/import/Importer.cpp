@@ -1,0 +1,144 @@
+#include "import/Importer.h"
+
+#include "classify/Assignment.h"
+#include "classify/Catalog.h"
+#include "storage/Errors.h"
+#include "support/Fold.h"
+#include "support/Log.h"
+#include "support/Uuid.h"
+
+#include <algorithm>
+
+namespace ombrelo {
+
+Importer::Importer(Database& db, ActivityStore& activities, Catalog& catalog, Clock& clock)
+    : db_(db), activities_(activities), catalog_(catalog), clock_(clock), log_(Log::get("import")) {}
+
+std::vector<const ImportEntry*> Importer::withoutOverlaps(const std::vector<ImportEntry>& entries,
+                                                          std::int64_t& skipped) {
+    std::vector<const ImportEntry*> kept;
+    if (entries.empty()) return kept;
+    Instant from = std::min_element(entries.begin(), entries.end(), [](const ImportEntry& a, const ImportEntry& b) {
+                       return a.start < b.start;
+                   })->start;
+    Instant to = std::max_element(entries.begin(), entries.end(), [](const ImportEntry& a, const ImportEntry& b) {
+                     return a.end < b.end;
+                 })->end;
+    // Absences are no tracked work: time done away from the computer may be
+    // imported over them.
+    std::vector<Activity> tracked = activities_.activities(from, to);
+    std::erase_if(tracked, [](const Activity& a) { return a.kind == Activity::Kind::idle; });
+    // By start; the longest end so far tells whether anything earlier reaches past a start.
+    std::vector<Instant> reach(tracked.size());
+    for (std::size_t i = 0; i < tracked.size(); ++i)
+        reach[i] = std::max(i ? reach[i - 1] : tracked[i].end, tracked[i].end);
+    for (const ImportEntry& entry : entries) {
+        auto before = std::lower_bound(tracked.begin(), tracked.end(), entry.end,
+                                       [](const Activity& a, Instant end) { return a.start < end; });
+        std::size_t count = static_cast<std::size_t>(before - tracked.begin());
+        bool overlaps = count > 0 && reach[count - 1] > entry.start;
+        if (overlaps) ++skipped;
+        else kept.push_back(&entry);
+    }
+    return kept;
+}
+
+std::int64_t Importer::clientID(const std::string& name, std::int64_t& created) {
+    std::string key = fold(name);
+    Statement find = db_.prepare("SELECT id, name FROM client");
+    while (find.step())
+        if (fold(find.text(1).value_or("")) == key) return find.int64(0);
+    ++created;
+    return db_.run("INSERT INTO client (name, color) VALUES (?, 'carmine')", {name});
+}
+
+std::optional<std::int64_t> Importer::projectID(const ImportEntry& entry, std::int64_t& created) {
+    if (!entry.project) return std::nullopt;
+    std::optional<std::int64_t> client;
+    if (entry.client) client = clientID(*entry.client, created);
+    std::string key = fold(*entry.project);
+    Statement find = db_.prepare("SELECT id, name, client_id FROM project");
+    std::optional<std::int64_t> anyClient;
+    while (find.step()) {
+        if (fold(find.text(1).value_or("")) != key) continue;
+        std::optional<std::int64_t> owner = find.isNull(2) ? std::nullopt : std::optional(find.int64(2));
+        if (owner == client) return find.int64(0);
+        if (!anyClient && !entry.client) anyClient = find.int64(0);
+    }
+    if (anyClient) return anyClient;  // no client named: a project of that name wherever it is
+    ++created;
+    return db_.run("INSERT INTO project (client_id, name, color, billable) VALUES (?, ?, 'teal', ?)",
+                   {sqlInt(client), *entry.project,
+                    std::int64_t{entry.billable.value_or(true)}});
+}
+
+std::optional<Importer::Result> Importer::run(const ImportPreview& preview, std::string_view file, bool skipOverlaps) {
+    Result result;
+    std::vector<const ImportEntry*> entries;
+    try {
+        if (skipOverlaps) {
+            entries = withoutOverlaps(preview.entries, result.skippedOverlaps);
+        } else {
+            for (const ImportEntry& entry : preview.entries) entries.push_back(&entry);
+        }
+        result.batch = randomUUID();
+        Transaction transaction(db_);
+        std::string app(appName(preview.source));
+        for (const ImportEntry* entry : entries) {
+            Activity activity;
+            activity.start = entry->start;
+            activity.end = entry->end;
+            activity.appName = app;
+            std::int64_t id = activities_.insert(activity);
+            db_.run("UPDATE activity SET import_batch = ? WHERE id = ?", {result.batch, id});
+            if (auto project = projectID(*entry, result.projectsCreated))
+                catalog_.writeAssignments({id}, project, std::nullopt, source::manual);
+            if (entry->note)
+                db_.run("INSERT INTO assignment (activity_id, source, note) VALUES (?, 'note', ?) "
+                        "ON CONFLICT(activity_id) DO UPDATE SET note = excluded.note",
+                        {id, *entry->note});
+            ++result.imported;
+        }
+        db_.run("INSERT INTO import_batch (id, source, file, at, count) VALUES (?, ?, ?, ?, ?)",
+                {result.batch, app, std::string(file), clock_.now(), result.imported});
+        transaction.commit();
+    } catch (const DatabaseError& error) {
+        lastError_ = error.what();
+        log_->error("Import impossible : {}", error.what());
+        return std::nullopt;
+    }
+    lastError_.reset();
+    catalog_.announceChange();
+    log_->info("Import {} : {} entrées, {} chevauchements ignorés", result.batch, result.imported,
+               result.skippedOverlaps);
+    return result;
+}
+
+std::vector<ImportBatch> Importer::batches() {
+    std::vector<ImportBatch> list;
+    Statement statement = db_.prepare("SELECT id, source, file, at, count FROM import_batch ORDER BY at DESC");
+    while (statement.step())
+        list.push_back({statement.text(0).value_or(""), statement.text(1).value_or(""),
+                        statement.text(2).value_or(""), statement.real(3), statement.int64(4)});
+    return list;
+}
+
+bool Importer::undo(std::string_view batch) {
+    try {
+        Transaction transaction(db_);
+        db_.run("DELETE FROM activity WHERE import_batch = ?", {std::string(batch)});
+        db_.run("DELETE FROM import_batch WHERE id = ?", {std::string(batch)});
+        bool found = db_.changes() > 0;
+        transaction.commit();
+        if (!found) return false;
+    } catch (const DatabaseError& error) {
+        lastError_ = error.what();
+        log_->error("Annulation d'import impossible : {}", error.what());
+        return false;
+    }
+    lastError_.reset();
+    catalog_.announceChange();
+    return true;
+}
+
+} // namespace ombrelo
