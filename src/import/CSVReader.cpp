@@ -11,9 +11,8 @@ char separator(std::string_view text) {
     return semicolons > commas ? ';' : ',';
 }
 
-std::vector<std::vector<std::string>> rows(std::string_view text) {
+void eachRow(std::string_view text, const std::function<void(std::vector<std::string>&)>& take) {
     char sep = separator(text);
-    std::vector<std::vector<std::string>> result;
     std::vector<std::string> row;
     std::string field;
     bool quoted = false;
@@ -24,7 +23,7 @@ std::vector<std::vector<std::string>> rows(std::string_view text) {
     };
     auto endRecord = [&] {
         endField();
-        result.push_back(std::move(row));
+        take(row);
         row.clear();
         any = false;
     };
@@ -54,6 +53,11 @@ std::vector<std::vector<std::string>> rows(std::string_view text) {
         }
     }
     if (any || quoted || !field.empty() || !row.empty()) endRecord();
+}
+
+std::vector<std::vector<std::string>> rows(std::string_view text) {
+    std::vector<std::vector<std::string>> result;
+    eachRow(text, [&](std::vector<std::string>& row) { result.push_back(std::move(row)); });
     return result;
 }
 

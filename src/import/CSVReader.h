@@ -5,6 +5,7 @@
 // rows come out (an unclosed quote runs to the end of the text).
 #pragma once
 
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -12,6 +13,9 @@
 namespace ombrelo::CSVReader {
 
 char separator(std::string_view text);
+// Each record in turn, without holding the file's rows in memory; `take` may
+// move the cells away.
+void eachRow(std::string_view text, const std::function<void(std::vector<std::string>&)>& take);
 std::vector<std::vector<std::string>> rows(std::string_view text);
 
 } // namespace ombrelo::CSVReader

@@ -70,9 +70,9 @@ std::optional<CivilDate> date(std::string_view text, DateOrder order) {
     const auto& w = parts->widths;
     CivilDate result;
     if (w[0] == 4) {  // year first: 2024-03-04, 2024/03/04
-        if (parts->separator == '.') return std::nullopt;
+        if (parts->separator == '.' || w[1] > 2 || w[2] > 2) return std::nullopt;
         result = {n[0], n[1], n[2]};
-    } else if (parts->separator != '-' && (w[2] == 4 || w[2] == 2)) {
+    } else if (parts->separator != '-' && w[0] <= 2 && w[1] <= 2 && (w[2] == 4 || w[2] == 2)) {
         int year = w[2] == 2 ? 2000 + n[2] : n[2];
         bool monthFirst = order == DateOrder::monthFirst && parts->separator == '/';
         result = monthFirst ? CivilDate{year, n[0], n[1]} : CivilDate{year, n[1], n[0]};

@@ -37,16 +37,6 @@ bool blank(const std::vector<std::string>& row) {
     return std::all_of(row.begin(), row.end(), [](const std::string& cell) { return trim(cell).empty(); });
 }
 
-// Most of the file decides: the first unambiguous date settles day or month first.
-DateOrder dateOrderOf(const std::vector<std::vector<std::string>>& rows, const ImportMapping& mapping) {
-    for (const auto& cells : rows) {
-        Row row(cells, mapping);
-        for (Meaning meaning : {ImportMapping::startDate, ImportMapping::endDate, ImportMapping::startTime})
-            if (auto order = ImportParse::orderShownBy(row[meaning])) return *order;
-    }
-    return DateOrder::dayFirst;
-}
-
 // "-" is how Toggl writes "none".
 std::optional<std::string> value(std::string_view text) {
     if (text.empty() || text == "-") return std::nullopt;
@@ -172,28 +162,43 @@ ImportPreview preview(std::string_view bytes) {
     DecodedText decoded = decodeText(bytes);
     ImportPreview preview;
     preview.encoding = decoded.encoding;
-    std::vector<std::vector<std::string>> rows = CSVReader::rows(decoded.text);
-    auto firstRow = std::find_if_not(rows.begin(), rows.end(), blank);
-    if (firstRow == rows.end()) return preview;
-    preview.headers = std::move(*firstRow);
-    for (auto row = std::next(firstRow); row != rows.end(); ++row) preview.rows.push_back(std::move(*row));
-    preview.source = ImportMapping::detect(preview.headers);
-    preview.mapping = ImportMapping::guess(preview.headers);
-    preview.dateOrder = dateOrderOf(preview.rows, preview.mapping);
-    interpret(preview);
-    return preview;
-}
 
-void interpret(ImportPreview& preview) {
-    preview.entries.clear();
-    preview.warnings.clear();
-    Interpreter interpreter(preview);
-    // Line numbers as a spreadsheet shows them; blank lines are counted but say nothing.
-    std::int64_t line = 1;
-    for (const auto& row : preview.rows) {
+    // First pass: the header, the sample, and the first date that settles
+    // whether days or months come first.
+    bool headed = false, orderKnown = false;
+    std::int64_t headerLine = 0, line = 0;
+    CSVReader::eachRow(decoded.text, [&](std::vector<std::string>& cells) {
         ++line;
-        if (!blank(row)) interpreter.row(row, line);
-    }
+        if (blank(cells)) return;
+        if (!headed) {
+            headed = true;
+            headerLine = line;
+            preview.headers = std::move(cells);
+            preview.source = ImportMapping::detect(preview.headers);
+            preview.mapping = ImportMapping::guess(preview.headers);
+            return;
+        }
+        if (preview.rows.size() < ImportPreview::shownRows) preview.rows.push_back(cells);
+        if (orderKnown) return;
+        Row row(cells, preview.mapping);
+        for (Meaning meaning : {ImportMapping::startDate, ImportMapping::endDate, ImportMapping::startTime})
+            if (auto order = ImportParse::orderShownBy(row[meaning])) {
+                preview.dateOrder = *order;
+                orderKnown = true;
+                break;
+            }
+    });
+    if (!headed) return preview;
+
+    // Second pass: the entries. Lines as a spreadsheet shows them, the header
+    // being line 1; blank lines count but say nothing.
+    Interpreter interpreter(preview);
+    line = 0;
+    CSVReader::eachRow(decoded.text, [&](std::vector<std::string>& cells) {
+        ++line;
+        if (line > headerLine && !blank(cells)) interpreter.row(cells, line - headerLine + 1);
+    });
+    return preview;
 }
 
 } // namespace ImportReader

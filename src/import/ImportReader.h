@@ -34,7 +34,10 @@ struct ImportPreview {
     ImportSource source = ImportSource::generic;
     TextEncoding encoding = TextEncoding::utf8;
     std::vector<std::string> headers;
-    std::vector<std::vector<std::string>> rows;  // the data rows, raw
+    // The first data rows, raw, as the confirmation shows them; a large
+    // file is read row by row and never held whole.
+    std::vector<std::vector<std::string>> rows;
+    static constexpr std::size_t shownRows = 20;
     ImportMapping mapping;
     ImportParse::DateOrder dateOrder = ImportParse::DateOrder::dayFirst;
     std::vector<ImportEntry> entries;
@@ -49,8 +52,6 @@ namespace ImportReader {
 
 // Decodes, reads and interprets the bytes of an export.
 ImportPreview preview(std::string_view bytes);
-// Fills `preview.entries` and `preview.warnings` from its rows and mapping.
-void interpret(ImportPreview& preview);
 
 } // namespace ImportReader
 

@@ -8,6 +8,7 @@
 #include "support/Uuid.h"
 
 #include <algorithm>
+#include <unordered_map>
 
 namespace ombrelo {
 
@@ -43,33 +44,44 @@ std::vector<const ImportEntry*> Importer::withoutOverlaps(const std::vector<Impo
     return kept;
 }
 
-std::int64_t Importer::clientID(const std::string& name, std::int64_t& created) {
-    std::string key = fold(name);
-    Statement find = db_.prepare("SELECT id, name FROM client");
-    while (find.step())
-        if (fold(find.text(1).value_or("")) == key) return find.int64(0);
+// The clients and projects by folded name, read once per import: folding is
+// the slow part of a name lookup, and an import asks it for every row.
+struct Importer::Names {
+    std::unordered_map<std::string, std::int64_t> clients;
+    // Folded project name → (client id or 0, project id), in table order.
+    std::unordered_map<std::string, std::vector<std::pair<std::int64_t, std::int64_t>>> projects;
+    std::unordered_map<std::string, std::string> folded;
+
+    const std::string& fold(const std::string& name) {
+        auto found = folded.find(name);
+        if (found == folded.end()) found = folded.emplace(name, ombrelo::fold(name)).first;
+        return found->second;
+    }
+};
+
+std::int64_t Importer::clientID(const std::string& name, Names& names, std::int64_t& created) {
+    const std::string& key = names.fold(name);
+    if (auto found = names.clients.find(key); found != names.clients.end()) return found->second;
     ++created;
-    return db_.run("INSERT INTO client (name, color) VALUES (?, 'carmine')", {name});
+    std::int64_t id = db_.run("INSERT INTO client (name, color) VALUES (?, 'carmine')", {name});
+    names.clients.emplace(key, id);
+    return id;
 }
 
-std::optional<std::int64_t> Importer::projectID(const ImportEntry& entry, std::int64_t& created) {
+std::optional<std::int64_t> Importer::projectID(const ImportEntry& entry, Names& names, std::int64_t& created) {
     if (!entry.project) return std::nullopt;
     std::optional<std::int64_t> client;
-    if (entry.client) client = clientID(*entry.client, created);
-    std::string key = fold(*entry.project);
-    Statement find = db_.prepare("SELECT id, name, client_id FROM project");
-    std::optional<std::int64_t> anyClient;
-    while (find.step()) {
-        if (fold(find.text(1).value_or("")) != key) continue;
-        std::optional<std::int64_t> owner = find.isNull(2) ? std::nullopt : std::optional(find.int64(2));
-        if (owner == client) return find.int64(0);
-        if (!anyClient && !entry.client) anyClient = find.int64(0);
-    }
-    if (anyClient) return anyClient;  // no client named: a project of that name wherever it is
+    if (entry.client) client = clientID(*entry.client, names, created);
+    auto& sameName = names.projects[names.fold(*entry.project)];
+    for (const auto& [owner, id] : sameName)
+        if (owner == client.value_or(0)) return id;
+    // No client named: a project of that name, whoever it is for.
+    if (!entry.client && !sameName.empty()) return sameName.front().second;
     ++created;
-    return db_.run("INSERT INTO project (client_id, name, color, billable) VALUES (?, ?, 'teal', ?)",
-                   {sqlInt(client), *entry.project,
-                    std::int64_t{entry.billable.value_or(true)}});
+    std::int64_t id = db_.run("INSERT INTO project (client_id, name, color, billable) VALUES (?, ?, 'teal', ?)",
+                              {sqlInt(client), *entry.project, std::int64_t{entry.billable.value_or(true)}});
+    sameName.emplace_back(client.value_or(0), id);
+    return id;
 }
 
 std::optional<Importer::Result> Importer::run(const ImportPreview& preview, std::string_view file, bool skipOverlaps) {
@@ -83,20 +95,26 @@ std::optional<Importer::Result> Importer::run(const ImportPreview& preview, std:
         }
         result.batch = randomUUID();
         Transaction transaction(db_);
+        Names names;
+        for (Statement clients = db_.prepare("SELECT id, name FROM client"); clients.step();)
+            names.clients.emplace(names.fold(clients.text(1).value_or("")), clients.int64(0));
+        for (Statement projects = db_.prepare("SELECT id, name, client_id FROM project ORDER BY id"); projects.step();)
+            names.projects[names.fold(projects.text(1).value_or(""))].emplace_back(projects.optionalInt64(2).value_or(0),
+                                                                                   projects.int64(0));
         std::string app(appName(preview.source));
         for (const ImportEntry* entry : entries) {
             Activity activity;
             activity.start = entry->start;
             activity.end = entry->end;
             activity.appName = app;
-            std::int64_t id = activities_.insert(activity);
-            db_.run("UPDATE activity SET import_batch = ? WHERE id = ?", {result.batch, id});
-            if (auto project = projectID(*entry, result.projectsCreated))
-                catalog_.writeAssignments({id}, project, std::nullopt, source::manual);
-            if (entry->note)
-                db_.run("INSERT INTO assignment (activity_id, source, note) VALUES (?, 'note', ?) "
-                        "ON CONFLICT(activity_id) DO UPDATE SET note = excluded.note",
-                        {id, *entry->note});
+            std::int64_t id = activities_.insert(activity, result.batch);
+            // The project and the note in one row: a fresh activity has no correction yet.
+            std::optional<std::int64_t> project = projectID(*entry, names, result.projectsCreated);
+            if (project || entry->note)
+                db_.run("INSERT INTO assignment (activity_id, project_id, category_id, source, note) "
+                        "VALUES (?, ?, NULL, ?, ?)",
+                        {id, sqlInt(project), std::string(project ? source::manual : source::note),
+                         sqlText(entry->note)});
             ++result.imported;
         }
         db_.run("INSERT INTO import_batch (id, source, file, at, count) VALUES (?, ?, ?, ?, ?)",

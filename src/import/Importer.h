@@ -58,8 +58,9 @@ public:
 
 private:
     std::vector<const ImportEntry*> withoutOverlaps(const std::vector<ImportEntry>& entries, std::int64_t& skipped);
-    std::optional<std::int64_t> projectID(const ImportEntry& entry, std::int64_t& created);
-    std::int64_t clientID(const std::string& name, std::int64_t& created);
+    struct Names;
+    std::optional<std::int64_t> projectID(const ImportEntry& entry, Names& names, std::int64_t& created);
+    std::int64_t clientID(const std::string& name, Names& names, std::int64_t& created);
 
     Database& db_;
     ActivityStore& activities_;

@@ -104,12 +104,12 @@ void ActivityStore::refresh() {
     }
 }
 
-std::int64_t ActivityStore::insert(const Activity& a) {
+std::int64_t ActivityStore::insert(const Activity& a, const std::optional<std::string>& importBatch) {
     longest_ = std::max(longest_, a.end - a.start);
-    return db_.run("INSERT INTO activity (start, end, bundle_id, app_name, title, domain, kind, path, url)\n"
-                   "VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?)",
+    return db_.run("INSERT INTO activity (start, end, bundle_id, app_name, title, domain, kind, path, url, "
+                   "import_batch)\nVALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?)",
                    {a.start, a.end, sqlText(a.bundleID), a.appName, sqlText(a.title), sqlText(a.domain),
-                    std::string(rawValue(a.kind)), sqlText(a.path), sqlText(a.url)});
+                    std::string(rawValue(a.kind)), sqlText(a.path), sqlText(a.url), sqlText(importBatch)});
 }
 
 void ActivityStore::raiseLongest(std::int64_t id, Instant end) {

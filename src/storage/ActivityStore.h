@@ -42,8 +42,8 @@ public:
     // True when the table holds activities from more than one device.
     bool severalDevices() const { return severalDevices_; }
 
-    // Returns the new row id.
-    std::int64_t insert(const Activity& activity);
+    // Returns the new row id. `importBatch`: the import the row belongs to.
+    std::int64_t insert(const Activity& activity, const std::optional<std::string>& importBatch = std::nullopt);
     void updateEnd(std::int64_t id, Instant end);
     // updateEnd for a row that still ends at `expected`; false (nothing
     // written) when it ends elsewhere or is gone.
