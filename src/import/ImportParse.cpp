@@ -28,7 +28,10 @@ std::optional<int> digits(std::string_view text, std::size_t& i, std::size_t mos
 
 bool validDate(int year, int month, int day) {
     using namespace std::chrono;
-    return year >= 1900 && year <= 2200 && year_month_day{std::chrono::year{year} / month / day}.ok();
+    // Checked before std::chrono sees them: its month and day keep one byte, so
+    // a month of 260 would pass as 4.
+    if (year < 1900 || year > 2200 || month < 1 || month > 12 || day < 1 || day > 31) return false;
+    return year_month_day{std::chrono::year{year} / static_cast<unsigned>(month) / static_cast<unsigned>(day)}.ok();
 }
 
 struct Parts {
