@@ -68,10 +68,11 @@ public:
         if (!start) {
             // A day entry: a date and a duration, no clock time.
             if (!seconds) return skip(line, "fin ou durée manquante");
-            int& next = nextDayEntry_[*startDay];
-            if (next == 0) next = dayEntriesStart;
-            start = ImportParse::at(*startDay, next);
-            next += static_cast<int>(std::min(*seconds, maxEntrySeconds));
+            // Kept as an instant, not a time of day: past a clock change, or a
+            // day's worth of entries, the next one still starts where the last ended.
+            auto next = nextDayEntry_.try_emplace(*startDay, ImportParse::at(*startDay, dayEntriesStart)).first;
+            start = next->second;
+            next->second += std::min(*seconds, maxEntrySeconds);
         }
         entry.start = *start;
         std::optional<Instant> end = endOf(row, *start);
@@ -142,7 +143,7 @@ private:
             return std::tie(a.year, a.month, a.day) < std::tie(b.year, b.month, b.day);
         }
     };
-    std::map<CivilDate, int, DayKey> nextDayEntry_;
+    std::map<CivilDate, Instant, DayKey> nextDayEntry_;
 };
 
 } // namespace

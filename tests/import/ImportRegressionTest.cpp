@@ -1,10 +1,11 @@
-// Inputs the import fuzzer (fuzz/ImportFuzz.cpp) found mishandled.
+// Inputs the import mishandled, found with its fuzzer (fuzz/ImportFuzz.cpp).
 #include "import/ImportParse.h"
 #include "import/ImportReader.h"
 #include "testing/TestSupport.h"
 
 #include <gtest/gtest.h>
 
+#include <string>
 #include <string_view>
 
 namespace ombrelo {
@@ -39,6 +40,28 @@ TEST(ImportRegression, MonthsAndDaysPastTheCalendarAreUnreadable) {
     EXPECT_EQ(preview.entries[0].id, 3);
     ASSERT_EQ(preview.warnings.size(), 1u);
     EXPECT_NE(preview.warnings[0].find("Ligne 2"), std::string::npos) << preview.warnings[0];
+}
+
+// A day entry starts where the same day's previous one ended, counted as
+// wall-clock seconds after midnight in an int. Past a daylight-saving change
+// that count lands an hour early, over the previous entry; and some 25,000
+// full days on one date overflowed it (undefined behaviour, then entries
+// thrown back decades).
+TEST(ImportRegression, DayEntriesOfOneDateFollowEachOther) {
+    auto expectFollowing = [](const ImportPreview& preview, std::size_t count) {
+        ASSERT_EQ(preview.entries.size(), count);
+        for (std::size_t i = 1; i < preview.entries.size(); ++i)
+            ASSERT_GE(preview.entries[i].start, preview.entries[i - 1].end) << "line " << preview.entries[i].id;
+    };
+    {
+        // Paris moves its clocks forward in the night after 30 March 2024.
+        testing::ScopedTimeZone paris("Europe/Paris");
+        expectFollowing(ImportReader::preview("Date,Hours\n2024-03-30,10\n2024-03-30,10\n2024-03-30,10\n"), 3);
+    }
+    testing::ScopedTimeZone utc("UTC");
+    std::string file = "Date,Duration\n";
+    for (int i = 0; i < 25'000; ++i) file += "2024-03-04,24:00:00\n";
+    expectFollowing(ImportReader::preview(file), 25'000);
 }
 
 } // namespace
