@@ -3,6 +3,7 @@
 #include "classify/Assignment.h"
 #include "classify/Catalog.h"
 #include "storage/Errors.h"
+#include "storage/SyncStamps.h"
 #include "support/Fold.h"
 #include "support/Log.h"
 #include "support/Uuid.h"
@@ -102,6 +103,9 @@ std::optional<Importer::Result> Importer::run(const ImportPreview& preview, std:
             names.projects[names.fold(projects.text(1).value_or(""))].emplace_back(projects.optionalInt64(2).value_or(0),
                                                                                    projects.int64(0));
         std::string app(appName(preview.source));
+        static const std::string insertAssignment =
+            "INSERT INTO assignment (activity_id, project_id, category_id, source, note, modified) VALUES (?, ?, NULL, "
+            "?, ?, " + std::string(syncStamp::now) + ")";
         for (const ImportEntry* entry : entries) {
             Activity activity;
             activity.start = entry->start;
@@ -111,8 +115,7 @@ std::optional<Importer::Result> Importer::run(const ImportPreview& preview, std:
             // The project and the note in one row: a fresh activity has no correction yet.
             std::optional<std::int64_t> project = projectID(*entry, names, result.projectsCreated);
             if (project || entry->note)
-                db_.run("INSERT INTO assignment (activity_id, project_id, category_id, source, note) "
-                        "VALUES (?, ?, NULL, ?, ?)",
+                db_.run(insertAssignment,
                         {id, sqlInt(project), std::string(project ? source::manual : source::note),
                          sqlText(entry->note)});
             ++result.imported;

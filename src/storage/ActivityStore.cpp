@@ -1,6 +1,7 @@
 #include "storage/ActivityStore.h"
 
 #include "storage/DeviceMerge.h"
+#include "storage/SyncStamps.h"
 #include "support/TextHash.h"
 
 #include <algorithm>
@@ -106,8 +107,12 @@ void ActivityStore::refresh() {
 
 std::int64_t ActivityStore::insert(const Activity& a, const std::optional<std::string>& importBatch) {
     longest_ = std::max(longest_, a.end - a.start);
-    return db_.run("INSERT INTO activity (start, end, bundle_id, app_name, title, domain, kind, path, url, "
-                   "import_batch)\nVALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?)",
+    static const std::string sql =
+        "INSERT INTO activity (start, end, bundle_id, app_name, title, domain, kind, path, url, import_batch, uid, "
+        "modified, device)\nVALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, " +
+        std::string(syncStamp::freshUid) + ", " + std::string(syncStamp::now) + ", " +
+        std::string(syncStamp::device) + ")";
+    return db_.run(sql,
                    {a.start, a.end, sqlText(a.bundleID), a.appName, sqlText(a.title), sqlText(a.domain),
                     std::string(rawValue(a.kind)), sqlText(a.path), sqlText(a.url), sqlText(importBatch)});
 }

@@ -78,7 +78,7 @@ private:
 
 class Database {
 public:
-    static constexpr std::int64_t schemaVersion = 10;
+    static constexpr std::int64_t schemaVersion = 11;
 
     // The database file: $OMBRELO_DB when set; otherwise
     // $XDG_DATA_HOME/ombrelo/ombrelo.sqlite for an installed release build and

@@ -144,7 +144,8 @@ void step10(Database& db) {
 }
 
 using Step = void (*)(Database&);
-constexpr Step steps[] = {step1, step2, step3, step4, step5, step6, step7, step8, createSyncSchema, step10};
+constexpr Step steps[] = {step1, step2, step3, step4, step5, step6, step7, step8, createSyncSchema, step10,
+                         skipStampingCompleteRows};
 static_assert(std::size(steps) == Database::schemaVersion);
 
 } // namespace

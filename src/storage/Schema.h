@@ -25,4 +25,8 @@ void migrateStep(Database& db, std::int64_t step);
 // step's transaction.
 void createSyncSchema(Database& db);
 
+// Step 11: insert triggers that leave alone a row written with its identity,
+// time and device. REQUIRES: inside the step's transaction.
+void skipStampingCompleteRows(Database& db);
+
 } // namespace ombrelo

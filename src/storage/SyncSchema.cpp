@@ -1,9 +1,10 @@
-// Step 9 of the schema: what synchronisation between the user's machines needs.
+// Steps 9 and 11 of the schema: what synchronisation between the user's machines needs.
 // Every synchronised row gets an identity that survives the trip to another
 // machine (`uid`, or the activity's uid for per-activity tables), a modification
 // time, and triggers that queue local changes in `sync_outbox` while sync is on.
 #include "storage/Database.h"
 #include "storage/Schema.h"
+#include "storage/SyncStamps.h"
 #include "support/Uuid.h"
 
 #include <optional>
@@ -37,8 +38,8 @@ constexpr SyncedTable syncedTables[] = {
     {"pause", Key::uid, nullptr},
 };
 
-const std::string nowSQL = "((julianday('now') - 2440587.5) * 86400.0)";
-const std::string randomHexSQL = "lower(hex(randomblob(16)))";
+const std::string nowSQL(syncStamp::now);
+const std::string randomHexSQL(syncStamp::freshUid);
 const std::string guardSQL = "(SELECT value FROM sync_meta WHERE key = 'enabled') = '1' AND "
                              "COALESCE((SELECT value FROM sync_meta WHERE key = 'applying'), '0') != '1'";
 const std::string notApplyingSQL = "COALESCE((SELECT value FROM sync_meta WHERE key = 'applying'), '0') != '1'";
@@ -69,7 +70,18 @@ std::string queueChange(const SyncedTable& table, const std::string& alias, int 
            identity + ", " + std::to_string(deleted) + " WHERE " + guardSQL + " AND " + identity + " IS NOT NULL;";
 }
 
-std::string triggersOf(const SyncedTable& table) {
+// A row inserted without its identity, time or device, which the insert
+// trigger then stamps.
+std::string incompleteSQL(const SyncedTable& table) {
+    std::string missing = table.key == Key::uid ? "NEW.uid IS NULL OR NEW.modified IS NULL" : "NEW.modified IS NULL";
+    if (std::string_view(table.name) == "activity") missing += " OR NEW.device IS NULL";
+    return missing;
+}
+
+// Stamping rewrites the row, which fires the update trigger and queues the row
+// under its new identity; a complete row is only queued, and while sync is off
+// costs no more than the trigger's condition.
+std::string insertTriggerOf(const SyncedTable& table) {
     const std::string t = table.name;
     std::string assignments;
     if (table.key == Key::uid) {
@@ -80,15 +92,20 @@ std::string triggersOf(const SyncedTable& table) {
         assignments += "uid = COALESCE(NEW.uid, " + fresh + "), ";
     }
     assignments += "modified = COALESCE(NEW.modified, " + nowSQL + ")";
-    if (t == "activity") assignments += ", device = COALESCE(NEW.device, (SELECT value FROM sync_meta WHERE key = 'device'))";
+    if (t == "activity") assignments += ", device = COALESCE(NEW.device, " + std::string(syncStamp::device) + ")";
 
-    return "CREATE TRIGGER sync_" + t + "_insert AFTER INSERT ON " + t + " BEGIN UPDATE " + t + " SET " + assignments +
-           " WHERE " + keyCondition(table) + "; " + queueChange(table, "NEW", 0) + " END;\n" +
-           "CREATE TRIGGER sync_" + t + "_update AFTER UPDATE ON " + t + " WHEN " + notApplyingSQL +
-           " BEGIN UPDATE " + t + " SET modified = " + nowSQL + " WHERE " + keyCondition(table) + "; " +
-           queueChange(table, "NEW", 0) + " END;\n" +
-           "CREATE TRIGGER sync_" + t + "_delete AFTER DELETE ON " + t + " BEGIN " + queueChange(table, "OLD", 1) +
-           " END;\n";
+    const std::string incomplete = incompleteSQL(table);
+    return "CREATE TRIGGER sync_" + t + "_insert AFTER INSERT ON " + t + " WHEN " + incomplete + " OR (" + guardSQL +
+           ") BEGIN UPDATE " + t + " SET " + assignments + " WHERE " + keyCondition(table) + " AND (" + incomplete +
+           "); " + queueChange(table, "NEW", 0) + " END;\n";
+}
+
+std::string triggersOf(const SyncedTable& table) {
+    const std::string t = table.name;
+    return insertTriggerOf(table) + "CREATE TRIGGER sync_" + t + "_update AFTER UPDATE ON " + t + " WHEN " +
+           notApplyingSQL + " BEGIN UPDATE " + t + " SET modified = " + nowSQL + " WHERE " + keyCondition(table) +
+           "; " + queueChange(table, "NEW", 0) + " END;\n" + "CREATE TRIGGER sync_" + t + "_delete AFTER DELETE ON " +
+           t + " BEGIN " + queueChange(table, "OLD", 1) + " END;\n";
 }
 
 // Gives every existing row a uid: its natural identity when it has one not yet
@@ -147,6 +164,13 @@ CREATE TABLE sync_record (
         db.execute("UPDATE " + t + " SET modified = " + nowSQL);
         if (table.key == Key::uid) backFillUids(db, table);
         db.execute(triggersOf(table));
+    }
+}
+
+void skipStampingCompleteRows(Database& db) {
+    for (const SyncedTable& table : syncedTables) {
+        db.execute("DROP TRIGGER sync_" + std::string(table.name) + "_insert");
+        db.execute(insertTriggerOf(table));
     }
 }
 

@@ -103,6 +103,33 @@ TEST_F(SyncTriggers, ApplyingRemoteChangesNeitherStampsNorQueues) {
     EXPECT_EQ(s.real(0), 5);
 }
 
+// A bulk writer stamps its rows itself: the triggers must keep what it wrote
+// and still queue the row while sync is on.
+TEST_F(SyncTriggers, RowsWrittenWithTheirStampsAreKeptAndQueued) {
+    auto insertComplete = [&](const std::string& uid) {
+        auto id = db.run("INSERT INTO activity (start, end, app_name, kind, uid, modified, device) "
+                         "VALUES (1, 2, 'A', 'app', ?, 42, 'here')",
+                         {uid});
+        db.run("INSERT INTO assignment (activity_id, source, modified) VALUES (?, 'manual', 43)", {id});
+        return id;
+    };
+    auto id = insertComplete("u-off");
+    EXPECT_EQ(outboxCount(), 0);
+    Statement kept = db.prepare("SELECT a.uid, a.modified, a.device, s.modified FROM activity a "
+                                "JOIN assignment s ON s.activity_id = a.id WHERE a.id = ?",
+                                {id});
+    ASSERT_TRUE(kept.step());
+    EXPECT_EQ(kept.text(0), "u-off");
+    EXPECT_EQ(kept.real(1), 42);
+    EXPECT_EQ(kept.text(2), "here");
+    EXPECT_EQ(kept.real(3), 43);
+
+    enableSync();
+    insertComplete("u-on");
+    EXPECT_EQ(*db.queryInt("SELECT COUNT(*) FROM sync_outbox WHERE uid = 'u-on' AND deleted = 0"), 2);
+    EXPECT_EQ(outboxCount(), 2);
+}
+
 TEST_F(SyncTriggers, LocalUpdateRestampsModified) {
     auto id = db.run("INSERT INTO client (name) VALUES ('Martin')");
     db.run("INSERT INTO sync_meta (key, value) VALUES ('applying', '1')");
