@@ -36,10 +36,11 @@ void report(CLI::App& program, Session& session);
 void holidays(CLI::App& program, Session& session);
 void import(CLI::App& program, Session& session);  // import FILE, import list, import undo
 void mcp(CLI::App& program, Session& session);  // mcp serve, enable, disable, token, config
+void backup(CLI::App& program, Session& session);  // backup, backups, restore
 
 inline constexpr Registration all[] = {status, run, replay, clients, projects, work, stop, active,
                                        categories, rules, corrections, activities, summary, timeline, search,
-                                       manual, billing, report, holidays, import, live, forget, mcp};
+                                       manual, billing, report, holidays, import, live, forget, backup, mcp};
 
 } // namespace commands
 } // namespace ombrelo

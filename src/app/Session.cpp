@@ -60,8 +60,13 @@ Database& Session::database() {
     } catch (const NewerDatabaseError&) {
         throw CommandFailure(exitStatus::newerDatabase, newerDatabaseAlert());
     } catch (const DatabaseError& error) {
-        throw CommandFailure(error.unusableFile() ? exitStatus::databaseUnavailable : exitStatus::failure,
-                             openFailureAlert(error.what()));
+        if (!error.unusableFile()) throw CommandFailure(exitStatus::failure, openFailureAlert(error.what()));
+        throw CommandFailure(exitStatus::databaseUnavailable,
+                             openFailureAlert(error.what()) +
+                                 std::string(L10n::text("\nUne sauvegarde peut la remplacer : ombrelo backups les "
+                                                        "liste, ombrelo restore DATE en remet une.",
+                                                        "\nA backup can replace it: ombrelo backups lists them, "
+                                                        "ombrelo restore DATE puts one back.")));
     } catch (const std::exception& error) {
         throw CommandFailure(exitStatus::failure, openFailureAlert(error.what()));
     }

@@ -118,7 +118,8 @@ Database::Database(const fs::path& path, std::int64_t targetVersion) : path_(pat
 
     RestoreResult restore = applyPendingRestore(path_, Clock::system().now());
     if (restore.outcome == RestoreOutcome::restored)
-        log->info("Sauvegarde restaurée : {}", path_.string());
+        log->info("Sauvegarde restaurée : {} (base remplacée gardée sous {})", restore.backup.string(),
+                  restore.keptAside.empty() ? "-" : restore.keptAside.string());
     else if (restore.outcome == RestoreOutcome::failed)
         log->error("Restauration impossible : {}", restore.message);
 

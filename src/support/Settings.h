@@ -37,6 +37,11 @@ inline constexpr const char* breakEveryMinutes = "breakEveryMinutes";
 inline constexpr const char* mcpEnabled = "mcpEnabled";
 inline constexpr const char* mcpPort = "mcpPort";
 
+// Backups: every backup of this many most recent days that have one (0: no
+// automatic backup), and the first of each of this many most recent months.
+inline const PreferenceKey<std::int64_t> backupDays{"backupDays", 14};
+inline const PreferenceKey<std::int64_t> backupMonths{"backupMonths", 12};
+
 // The active project ("Projet en cours").
 inline constexpr const char* activeProject = "activeProject";            // project id
 inline constexpr const char* activeProjectSince = "activeProjectSince";  // seconds since 1970

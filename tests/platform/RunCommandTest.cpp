@@ -99,12 +99,14 @@ protected:
                 "OMBRELO_LOG=info"};
     }
 
-    std::unique_ptr<ChildProcess> startTracker(const std::vector<std::string>& changes = {}) {
+    // `wrapper` runs the tracker (`wrapper… ombrelo run`).
+    std::unique_ptr<ChildProcess> startTracker(const std::vector<std::string>& changes = {},
+                                               std::vector<std::string> wrapper = {}) {
         fs::create_directories(home / "run");
         std::vector<std::string> env = environment();
         for (const std::string& change : changes) env.insert(env.begin(), change);  // earlier entries win
-        return std::make_unique<ChildProcess>(std::vector<std::string>{OMBRELO_BINARY, "run"}, env,
-                                              home / "tracker.log");
+        wrapper.insert(wrapper.end(), {OMBRELO_BINARY, "run"});
+        return std::make_unique<ChildProcess>(wrapper, env, home / "tracker.log");
     }
 
     // The editor in front and a tracker sampling every 0.2 s, its first row
@@ -600,6 +602,46 @@ TEST_F(RunCommandTest, TheTrackerServesAgentsAsTheSettingsSay) {
     EXPECT_TRUE(tracker->running());
     EXPECT_EQ(tracker->stop(SIGTERM), 0);
     EXPECT_EQ(log().find(fresh), std::string::npos);
+}
+
+// The day's backup meets a full disk (a 64 KiB file system over the backups
+// folder, in a mount namespace of the tracker's own): it is logged and shown by
+// status, and tracking goes on.
+TEST_F(RunCommandTest, ADailyBackupOnAFullDiskLeavesTrackingGoingOn) {
+    std::vector<std::string> ownMounts{"unshare", "--user", "--map-current-user", "--mount"};
+    if (runProgram({ownMounts[0], ownMounts[1], ownMounts[2], ownMounts[3], "true"}) != 0)
+        GTEST_SKIP() << "no user and mount namespaces here to make a full disk";
+    ASSERT_EQ(command({"status"}).status, 0);
+    {
+        sqlite3* db = nullptr;
+        ASSERT_EQ(sqlite3_open(database.c_str(), &db), SQLITE_OK);
+        std::string fill = "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 2000) "
+                           "INSERT INTO activity (start, end, app_name, kind, title) SELECT 1.7e9 + i * 60, "
+                           "1.7e9 + i * 60 + 30, 'Editor', 'app', printf('%.100c', 'x') FROM n";
+        EXPECT_EQ(sqlite3_exec(db, fill.c_str(), nullptr, nullptr, nullptr), SQLITE_OK);
+        sqlite3_close(db);
+    }
+    fs::path backups = database.parent_path() / "backups", failure = database.string() + ".backup-failure";
+    fs::create_directories(backups);
+    std::vector<std::string> wrapper = ownMounts;
+    wrapper.insert(wrapper.end(), {"sh", "-c", "mount -t tmpfs -o size=64k tmpfs \"$0\" && exec \"$@\"",
+                                   backups.string()});
+    inFront.emplace(*server, TestWindow::Properties{.instance = "exampleedit", .className = "ExampleEdit",
+                                                    .utf8Title = "Draft"});
+    inFront->activate();
+    auto tracker = startTracker({"OMBRELO_SAMPLE_SECONDS=0.2"}, wrapper);
+    ASSERT_TRUE(eventually([&] { return fs::exists(failure); }, {}, 15s)) << log();
+    EXPECT_NE(log().find("Sauvegarde du jour impossible"), std::string::npos) << log();
+
+    auto tracked = [&] {
+        auto list = rows(database);
+        return list.empty() ? 0.0 : list.back().end;
+    };
+    double before = tracked();
+    EXPECT_TRUE(eventually([&] { return tracked() > before + 0.5; }, {}, 15s)) << log();
+    auto status = command({"status"});
+    EXPECT_NE(status.out.find("Backup failure"), std::string::npos) << status.out;
+    EXPECT_EQ(tracker->stop(SIGTERM), 0) << log();
 }
 
 } // namespace

@@ -6,6 +6,7 @@
 #include "app/Output.h"
 #include "app/Session.h"
 #include "app/commands/ClassifyArguments.h"
+#include "app/commands/SafetyBackup.h"
 #include "app/commands/TimeModel.h"
 #include "focus/FocusRecords.h"
 #include "storage/Database.h"
@@ -55,7 +56,6 @@ void forget(Session& session, const Arguments& arguments) {
     Database& db = session.database();
     std::string period = local::formatDateTime(from) + " → " + local::formatDateTime(to);
     try {
-        Transaction transaction(db);
         Contents found = contents(db, from, to);
         if (found.invoiced > 0)
             throw CommandFailure(
@@ -70,6 +70,8 @@ void forget(Session& session, const Arguments& arguments) {
             output::line(L10n::text("Rien n'est effacé sans --yes.", "Nothing is deleted without --yes."));
             return;
         }
+        backUpBefore(session, "forget");
+        Transaction transaction(db);
         db.run(std::string("DELETE ") + activitiesIn, {from, to});
         FocusRecords(db).forgetStartingIn(from, to);
         transaction.commit();

@@ -8,6 +8,7 @@
 #include "app/Session.h"
 #include "app/commands/ClassifyArguments.h"
 #include "app/commands/ProjectArguments.h"
+#include "app/commands/SafetyBackup.h"
 #include "app/commands/TextTable.h"
 #include "app/commands/TimeModel.h"
 #include "import/Importer.h"
@@ -213,6 +214,7 @@ void undo(Session& session, const Arguments& arguments) {
     if (matches.size() > 1)
         throw CommandFailure(exitStatus::usage, std::string(L10n::text("Plusieurs lots commencent par ",
                                                                        "Several batches start with ")) + wanted);
+    backUpBefore(session, "import-undo");
     if (!importer.undo(matches.front()->id))
         refuse(std::string(L10n::text("Annulation impossible : ", "Undo failed: ")) +
                importer.lastError().value_or("erreur inconnue"));

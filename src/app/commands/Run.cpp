@@ -5,7 +5,8 @@
 // tracker at once), focus sessions tick on it every five seconds, the control
 // socket answers other commands' requests on it (ControlSocket.h), and
 // SIGINT/SIGTERM end it after closing the current activity, so the last row ends
-// at the moment the tracker stopped.
+// at the moment the tracker stopped. The daily backup alone runs on a thread of
+// its own (AutoBackup.h).
 #include "agent/MCPService.h"
 #include "app/AgentHost.h"
 #include "app/Commands.h"
@@ -13,6 +14,7 @@
 #include "app/FocusOnDesktop.h"
 #include "app/ProjectInProgress.h"
 #include "app/TrackerLock.h"
+#include "backup/AutoBackup.h"
 #include "control/ControlRequest.h"
 #include "control/ControlSocket.h"
 #include "control/Controls.h"
@@ -149,6 +151,8 @@ void track(Session& session) {
     tracker.setSampleInterval(interval);
     ProjectInProgress inProgress(tracker, catalog, projects, db);
 
+    AutoBackup dailyBackup(db.path(), session.preferences(), session.clock());
+
     desktop->attach(io);
     tracker.start();
     desktop->dispatchPending();
@@ -156,6 +160,7 @@ void track(Session& session) {
         local::followTimeZoneChanges();  // a zone changed while running counts from this sample
         tracker.tick();
         inProgress.takeInChanges();
+        dailyBackup.tick();
         // The sample's requests may have queued events the descriptors no
         // longer announce.
         desktop->dispatchPending();

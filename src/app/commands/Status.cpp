@@ -3,6 +3,7 @@
 #include "app/Output.h"
 #include "app/Session.h"
 #include "app/TrackerLock.h"
+#include "app/commands/SafetyBackup.h"
 #include "agent/MCPService.h"
 #include "control/ControlSocket.h"
 #include "control/Controls.h"
@@ -68,12 +69,12 @@ std::string agentServerText(const StatusReport& report) {
     return std::string(L10n::text("activé, pas encore en service", "on, not serving yet"));
 }
 
-void render(const StatusReport& report, bool asJSON) {
+void render(Session& session, const StatusReport& report, bool asJSON) {
     auto optionalTime = [](const std::optional<Instant>& t) {
         return t ? nlohmann::json(local::formatDateTime(*t)) : nlohmann::json(nullptr);
     };
     if (asJSON) {
-        output::json({{"database", report.path},
+        nlohmann::json document{{"database", report.path},
                       {"schema_version", report.schemaVersion},
                       {"activities", report.activities},
                       {"first_activity", optionalTime(report.firstActivity)},
@@ -87,8 +88,9 @@ void render(const StatusReport& report, bool asJSON) {
                         {"running", report.agentServer && report.agentServer->running},
                         {"problem", report.agentServer && report.agentServer->problem
                                         ? nlohmann::json(*report.agentServer->problem)
-                                        : nlohmann::json(nullptr)}}}});
-        return;
+                                        : nlohmann::json(nullptr)}}}};
+        document.update(backupStatusJSON(session));
+        return output::json(document);
     }
     output::field(L10n::text("Base de données", "Database"), report.path);
     output::field(L10n::text("Version du schéma", "Schema version"), std::to_string(report.schemaVersion));
@@ -107,6 +109,7 @@ void render(const StatusReport& report, bool asJSON) {
                                        std::to_string(*report.tracker) + ")"
                                  : std::string(L10n::text("arrêté (ombrelo run)", "not running (ombrelo run)")));
     output::field(L10n::text("Serveur agents", "Agent server"), agentServerText(report));
+    printBackupStatus(session);
 }
 
 } // namespace
@@ -115,7 +118,7 @@ void status(CLI::App& program, Session& session) {
     CLI::App* command = program.add_subcommand(
         "status", std::string(L10n::text("Ouvre la base et résume son contenu", "Open the database and summarise it")));
     command->add_flag("--json", session.json, std::string(L10n::text("Sortie JSON", "JSON output")));
-    command->callback([&session] { render(gather(session), session.json); });
+    command->callback([&session] { render(session, gather(session), session.json); });
 }
 
 } // namespace ombrelo::commands
