@@ -8,7 +8,7 @@ namespace ombrelo {
 
 namespace {
 
-void backUp(const Backups& backups, Instant now, Retention retention) {
+void takeDailyBackup(const Backups& backups, Instant now, Retention retention) {
     auto log = Log::get("backup");
     try {
         BackupEntry entry = backups.take(now);
@@ -48,7 +48,11 @@ void AutoBackup::tick() {
     if (retention.days == 0) return;  // automatic backups turned off; a later change is seen the same day
     dayDone_ = today;
     if (!backups_.onDay(now).empty()) return;
-    work_ = std::async(std::launch::async, backUp, std::cref(backups_), now, retention);
+    try {
+        work_ = std::async(std::launch::async, takeDailyBackup, std::cref(backups_), now, retention);
+    } catch (const std::system_error& error) {  // no thread to be had: tomorrow, then
+        Log::get("backup")->error("Sauvegarde du jour impossible : {}", error.what());
+    }
 }
 
 } // namespace ombrelo

@@ -1,5 +1,6 @@
 #include "backup/Backups.h"
 
+#include "storage/PendingRestore.h"
 #include "support/AtomicFile.h"
 #include "support/LocalTime.h"
 #include "support/Preferences.h"
@@ -89,6 +90,9 @@ std::optional<BackupEntry> Backups::parse(const fs::directory_entry& file) const
     if (!takenAt) return std::nullopt;
     std::string_view reason = rest.substr(stampLength);
     if (!reason.empty() && reason.front() != '-') return std::nullopt;
+    // "-forget-2": the copy number of a second backup in the same second is no reason.
+    if (std::size_t dash = reason.rfind('-'); dash != std::string_view::npos && number(reason.substr(dash + 1)))
+        reason = reason.substr(0, dash);
     std::error_code error;
     std::uintmax_t size = file.file_size(error);
     if (error || !file.is_regular_file(error)) return std::nullopt;
@@ -112,20 +116,19 @@ std::vector<BackupEntry> Backups::onDay(Instant day) const {
 
 BackupEntry Backups::take(Instant now, std::string_view reason) const {
     std::string name = prefix_ + fileStamp(now) + (reason.empty() ? "" : "-" + std::string(reason));
-    fs::path file = folder_ / (name + std::string(extension));
-    std::error_code error;
     // Two backups in one second (a forget right after the daily one) get a number.
-    for (int copy = 2; fs::exists(file, error); ++copy)
-        file = folder_ / (name + "-" + std::to_string(copy) + std::string(extension));
-    copyDatabase(database_, file);
-    std::optional<BackupEntry> entry = parse(fs::directory_entry(file));
-    return entry ? *entry : BackupEntry{file, now, std::string(reason), fs::file_size(file, error)};
+    fs::path file = unusedName(folder_ / name, extension);
+    BackupContents contents = copyDatabase(database_, file);
+    std::error_code error;
+    return {file, now, std::string(reason), fs::file_size(file, error), contents};
 }
 
 std::vector<BackupEntry> Backups::prune(const Retention& retention) const {
     std::vector<BackupEntry> removed;
+    std::optional<fs::path> awaited = scheduledRestore(database_);
     for (const BackupEntry& entry : beyondRetention(list(), retention)) {
         std::error_code error;
+        if (awaited && fs::equivalent(entry.file, *awaited, error)) continue;
         if (fs::remove(entry.file, error)) removed.push_back(entry);
     }
     return removed;

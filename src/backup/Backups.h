@@ -24,6 +24,7 @@ struct BackupEntry {
     Instant takenAt = 0;
     std::string reason;  // empty for the daily and manual ones
     std::uintmax_t size = 0;
+    std::optional<BackupContents> contents;  // known when it was just taken
 };
 
 // How many backups are kept: every backup of the `days` most recent days that
@@ -57,7 +58,8 @@ public:
 
     // Writes and checks a backup of the database now. Throws BackupError.
     BackupEntry take(Instant now, std::string_view reason = {}) const;
-    // Deletes what `retention` lets go; returns what went.
+    // Deletes what `retention` lets go, except a backup scheduled for restoring;
+    // returns what went.
     std::vector<BackupEntry> prune(const Retention& retention) const;
 
     void recordFailure(const BackupFailure& failure) const;

@@ -107,6 +107,19 @@ void syncToDisk(const fs::path& file) {
 
 } // namespace
 
+fs::path unusedName(const fs::path& path, std::string_view extension) {
+    auto named = [&](const std::string& suffix) {
+        fs::path file = path;
+        file += suffix;
+        file += extension;
+        return file;
+    };
+    std::error_code error;
+    fs::path file = named("");
+    for (int copy = 2; fs::exists(file, error); ++copy) file = named("-" + std::to_string(copy));
+    return file;
+}
+
 std::string fileStamp(Instant t) {
     local::DateParts p = local::parts(t);
     return fmt::format("{:04}-{:02}-{:02}-{:02}{:02}{:02}", p.year, p.month, p.day, p.hour, p.minute, p.second);
@@ -139,8 +152,8 @@ BackupContents inspectBackup(const fs::path& file, PageCheck pages) {
 
 BackupContents copyDatabase(const fs::path& source, const fs::path& target) {
     auto failed = [&](const std::string& why) {
-        return BackupError(fmt::format("{}{} : {}", L10n::text("Sauvegarde impossible vers ", "Cannot back up to "),
-                                       target.string(), why));
+        return BackupError(fmt::format("{}{}{}{}", L10n::text("Copie impossible vers ", "Cannot copy to "),
+                                       target.string(), L10n::text(" : ", ": "), why));
     };
     std::error_code error;
     if (fs::exists(target, error)) throw failed(std::string(L10n::text("le fichier existe déjà", "the file exists")));

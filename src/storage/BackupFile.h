@@ -11,6 +11,7 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 
 namespace ombrelo {
 
@@ -40,6 +41,10 @@ BackupContents inspectBackup(const std::filesystem::path& file, PageCheck pages 
 // A copy that cannot be written or fails its check is removed, and BackupError
 // says why.
 BackupContents copyDatabase(const std::filesystem::path& source, const std::filesystem::path& target);
+
+// `path`, or when it is taken the first free of `path-2`, `path-3`… (the
+// number before `extension` when given), so a file is never replaced.
+std::filesystem::path unusedName(const std::filesystem::path& path, std::string_view extension = {});
 
 // The local date and time as backups and set-aside files are named:
 // "2026-11-23-014502", which sorts as it reads.

@@ -5,11 +5,16 @@
 #include "support/L10n.h"
 #include "support/LocalTime.h"
 
+#include <cerrno>
+#include <fcntl.h>
 #include <fstream>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <sqlite3.h>
 #include <sstream>
+#include <sys/file.h>
+#include <unistd.h>
+#include <vector>
 
 namespace ombrelo {
 
@@ -77,15 +82,51 @@ Exclusive takeOver(const fs::path& database) {
     return left || unreadable ? Exclusive::yes : Exclusive::inUse;
 }
 
+using Moves = std::vector<std::pair<fs::path, fs::path>>;
+
 // Moves the database and whatever journal SQLite left beside it to `aside`,
-// keeping their suffixes so the set-aside copy opens as it was.
-void setAside(const fs::path& database, const fs::path& aside) {
+// keeping their suffixes so the set-aside copy opens as it was. `moved` says
+// what went, so that a failure can put it back.
+void setAside(const fs::path& database, const fs::path& aside, Moves& moved) {
     for (std::string_view suffix : {"", "-wal", "-shm", "-journal"}) {
         fs::path from = beside(database, suffix);
         std::error_code missing;
-        if (suffix.empty() || fs::exists(from, missing)) fs::rename(from, beside(aside, suffix));
+        if (!suffix.empty() && !fs::exists(from, missing)) continue;
+        fs::rename(from, beside(aside, suffix));
+        moved.emplace_back(from, beside(aside, suffix));
     }
 }
+
+// False when something could not go back; the message then names the aside file.
+bool putBack(const Moves& moved) {
+    bool whole = true;
+    for (auto move = moved.rbegin(); move != moved.rend(); ++move) {
+        std::error_code error;
+        fs::rename(move->second, move->first, error);
+        whole = whole && !error;
+    }
+    return whole;
+}
+
+// Openings take turns at a scheduled restore: one swaps the file while the
+// others wait, then find nothing scheduled and open the restored file.
+class RestoreTurn {
+public:
+    explicit RestoreTurn(const fs::path& database)
+        : fd_(::open(beside(database, ".restore.lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600)) {
+        if (fd_ >= 0)
+            while (::flock(fd_, LOCK_EX) != 0 && errno == EINTR) {
+            }
+    }
+    ~RestoreTurn() {
+        if (fd_ >= 0) ::close(fd_);
+    }
+    RestoreTurn(const RestoreTurn&) = delete;
+    RestoreTurn& operator=(const RestoreTurn&) = delete;
+
+private:
+    int fd_;
+};
 
 } // namespace
 
@@ -107,7 +148,9 @@ std::optional<fs::path> scheduledRestore(const fs::path& database) {
 }
 
 RestoreResult applyPendingRestore(const fs::path& database, Instant now) {
-    std::optional<fs::path> backup = scheduledRestore(database);
+    if (!scheduledRestore(database)) return {};
+    RestoreTurn turn(database);
+    std::optional<fs::path> backup = scheduledRestore(database);  // another opening may have applied it
     if (!backup) return {};
     std::error_code error;
     bool replacing = fs::exists(database, error);
@@ -124,18 +167,22 @@ RestoreResult applyPendingRestore(const fs::path& database, Instant now) {
     // comes with what its journal holds.
     fs::path incoming = beside(database, ".restoring");
     fs::remove(incoming, error);
+    Moves moved;
     try {
         copyDatabase(*backup, incoming);
         if (replacing) {
-            result.keptAside = beside(database, ".replaced-" + fileStamp(now));
-            setAside(database, result.keptAside);
+            result.keptAside = unusedName(beside(database, ".replaced-" + fileStamp(now)));
+            setAside(database, result.keptAside, moved);
         }
         fs::rename(incoming, database);
     } catch (const std::exception& failed) {  // BackupError or filesystem_error
         fs::remove(incoming, error);
-        if (replacing && !fs::exists(database, error)) fs::rename(result.keptAside, database, error);
+        std::string message = failed.what();
+        if (!putBack(moved))
+            message += std::string(L10n::text(" ; la base remplacée est restée sous ",
+                                              "; the replaced database stayed as ")) + result.keptAside.string();
         cancelRestore(database);
-        return failure(database, *backup, now, failed.what());
+        return failure(database, *backup, now, message);
     }
     cancelRestore(database);
     record(database, result);

@@ -307,8 +307,23 @@ TEST_F(DailyBackup, OneADayNamedByTimeAndOnlyThisDatabasesFilesListed) {
     ASSERT_EQ(entries.size(), 2u);
     EXPECT_EQ(entries[0].file.filename(), "ombrelo-2026-11-23-000005.sqlite");
     EXPECT_EQ(count(entries[0].file, "SELECT COUNT(*) FROM activity"), 50);
-    // Two in one second do not overwrite each other.
+    // Two in one second do not overwrite each other, and the number is no reason.
+    EXPECT_EQ(backups.take(clock.now(), "forget").file.filename(), "ombrelo-2026-11-23-000005-forget.sqlite");
+    EXPECT_EQ(backups.take(clock.now(), "forget").file.filename(), "ombrelo-2026-11-23-000005-forget-2.sqlite");
     EXPECT_EQ(backups.take(clock.now()).file.filename(), "ombrelo-2026-11-23-000005-2.sqlite");
+    for (const BackupEntry& entry : backups.onDay(clock.now()))
+        EXPECT_TRUE(entry.reason == "" || entry.reason == "forget") << entry.reason;
+}
+
+TEST_F(DailyBackup, RetentionSparesTheBackupAwaitingItsRestore) {
+    BackupEntry old = backups.take(clock.now());
+    clock.advance(86400);
+    backups.take(clock.now());
+    scheduleRestore(database, old.file);
+    EXPECT_TRUE(backups.prune({1, 0}).empty());
+    cancelRestore(database);
+    ASSERT_EQ(backups.prune({1, 0}).size(), 1u);
+    EXPECT_FALSE(fs::exists(old.file));
 }
 
 TEST_F(DailyBackup, AFailureIsRecordedUntilABackupSucceedsAndZeroDaysTurnsItOff) {

@@ -6,7 +6,7 @@
 #include "app/Output.h"
 #include "app/Session.h"
 #include "app/TrackerLock.h"
-#include "app/commands/SafetyBackup.h"
+#include "app/commands/BackupCommands.h"
 #include "app/commands/TextTable.h"
 #include "app/commands/TimeModel.h"
 #include "backup/Backups.h"
@@ -30,6 +30,8 @@ struct Arguments {
 };
 
 [[noreturn]] void refuse(const std::string& message) { throw CommandFailure(exitStatus::failure, message); }
+
+constexpr std::string_view restoreReason = "restore";
 
 std::string sizeText(std::uintmax_t bytes) {
     std::string text = fmt::format("{:.1f} {}", double(bytes) / 1e6, L10n::text("Mo", "MB"));
@@ -85,8 +87,9 @@ void backUp(Session& session, const Arguments& arguments) {
     BackupContents contents;
     try {
         if (arguments.to.empty()) {
-            file = Backups(database).take(session.clock().now()).file;
-            contents = inspectBackup(file, PageCheck::skip);
+            BackupEntry entry = Backups(database).take(session.clock().now());
+            file = entry.file;
+            contents = *entry.contents;
         } else {
             file = arguments.to;
             contents = copyDatabase(database, file);
@@ -143,7 +146,8 @@ void list(Session& session) {
     table.print(std::cout);
 }
 
-// A path when it names a file, else a day's newest backup.
+// A path when it names a file, else a day's newest backup; the copies restores
+// make of the database they replace are not what a date means.
 fs::path chosenBackup(Session& session, const std::string& target) {
     std::error_code error;
     if (fs::exists(target, error)) return target;
@@ -152,6 +156,7 @@ fs::path chosenBackup(Session& session, const std::string& target) {
         refuse(fmt::format("{}{}", L10n::text("Ni fichier ni date (AAAA-MM-JJ) : ", "Neither a file nor a date (YYYY-MM-DD): "),
                            target));
     std::vector<BackupEntry> entries = Backups(session.databasePath()).onDay(*day);
+    std::erase_if(entries, [](const BackupEntry& entry) { return entry.reason == restoreReason; });
     if (entries.empty())
         refuse(fmt::format("{}{}{}", L10n::text("Aucune sauvegarde du ", "No backup of "), target,
                            L10n::text(" (ombrelo backups les liste).", " (ombrelo backups lists them).")));
@@ -181,7 +186,7 @@ void restore(Session& session, const Arguments& arguments) {
     std::error_code error;
     if (fs::is_regular_file(database, error)) {
         try {
-            BackupEntry before = Backups(database).take(session.clock().now(), "restore");
+            BackupEntry before = Backups(database).take(session.clock().now(), restoreReason);
             output::line(std::string(L10n::text("Sauvegarde de la base actuelle : ", "Backup of the current database: ")) +
                          before.file.string());
         } catch (const BackupError& failed) {
@@ -208,7 +213,7 @@ void restore(Session& session, const Arguments& arguments) {
                                        "opening."));
     }
     std::optional<RestoreResult> done = lastRestore(database);
-    if (!done || done->outcome != RestoreOutcome::restored) refuse(done ? done->message : "erreur inconnue");
+    if (!done || done->outcome != RestoreOutcome::restored) refuse(done ? done->message : std::string(L10n::text("erreur inconnue", "unknown error")));
     output::line(std::string(L10n::text("Sauvegarde restaurée : ", "Backup restored: ")) + done->backup.string());
     if (!done->keptAside.empty())
         output::line(std::string(L10n::text("L'ancienne base est gardée sous ", "The replaced database is kept as ")) +

@@ -6,7 +6,7 @@
 #include "app/Output.h"
 #include "app/Session.h"
 #include "app/commands/ClassifyArguments.h"
-#include "app/commands/SafetyBackup.h"
+#include "app/commands/BackupCommands.h"
 #include "app/commands/TimeModel.h"
 #include "focus/FocusRecords.h"
 #include "storage/Database.h"
@@ -50,28 +50,36 @@ std::string describe(const Contents& found) {
                        found.focus.breaks, L10n::text("pause(s)", "break(s)"));
 }
 
+// What is in the period, refused when part of it was invoiced.
+Contents forgettable(Database& db, Instant from, Instant to) {
+    Contents found = contents(db, from, to);
+    if (found.invoiced > 0)
+        throw CommandFailure(exitStatus::failure,
+                             fmt::format("{} {}", found.invoiced,
+                                         L10n::text("activité(s) de la période sont facturées ou payées : rien n'est "
+                                                    "effacé. Retirez d'abord leur état (ombrelo billing clear).",
+                                                    "activities of the period are billed or paid: nothing is deleted. "
+                                                    "Clear their state first (ombrelo billing clear).")));
+    return found;
+}
+
 void forget(Session& session, const Arguments& arguments) {
     Instant from = dateTimeOption("--from", arguments.from), to = dateTimeOption("--to", arguments.to);
     if (to <= from) usageFailure(std::string(L10n::text("--to doit suivre --from.", "--to must follow --from.")));
     Database& db = session.database();
     std::string period = local::formatDateTime(from) + " → " + local::formatDateTime(to);
     try {
-        Contents found = contents(db, from, to);
-        if (found.invoiced > 0)
-            throw CommandFailure(
-                exitStatus::failure,
-                fmt::format("{} {}", found.invoiced,
-                            L10n::text("activité(s) de la période sont facturées ou payées : rien n'est effacé. "
-                                       "Retirez d'abord leur état (ombrelo billing clear).",
-                                       "activities of the period are billed or paid: nothing is deleted. "
-                                       "Clear their state first (ombrelo billing clear).")));
+        Contents found = forgettable(db, from, to);
         if (!arguments.yes) {
             output::line(std::string(L10n::text("À effacer, ", "Would delete, ")) + period + describe(found));
             output::line(L10n::text("Rien n'est effacé sans --yes.", "Nothing is deleted without --yes."));
             return;
         }
         backUpBefore(session, "forget");
+        // Counted again under the write lock: the tracker or a billing mark may
+        // have changed the period since.
         Transaction transaction(db);
+        found = forgettable(db, from, to);
         db.run(std::string("DELETE ") + activitiesIn, {from, to});
         FocusRecords(db).forgetStartingIn(from, to);
         transaction.commit();

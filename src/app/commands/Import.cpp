@@ -8,7 +8,7 @@
 #include "app/Session.h"
 #include "app/commands/ClassifyArguments.h"
 #include "app/commands/ProjectArguments.h"
-#include "app/commands/SafetyBackup.h"
+#include "app/commands/BackupCommands.h"
 #include "app/commands/TextTable.h"
 #include "app/commands/TimeModel.h"
 #include "import/Importer.h"

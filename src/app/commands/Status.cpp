@@ -3,7 +3,7 @@
 #include "app/Output.h"
 #include "app/Session.h"
 #include "app/TrackerLock.h"
-#include "app/commands/SafetyBackup.h"
+#include "app/commands/BackupCommands.h"
 #include "agent/MCPService.h"
 #include "control/ControlSocket.h"
 #include "control/Controls.h"

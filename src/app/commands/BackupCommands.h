@@ -1,5 +1,6 @@
-// The backup a destructive command takes before it changes anything, and the
-// lines about backups that `status` shows.
+// What other commands take from the backup commands: the backup a destructive
+// command takes before it changes anything, and the lines about backups that
+// `status` shows.
 #pragma once
 
 #include <nlohmann/json.hpp>
