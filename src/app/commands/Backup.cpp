@@ -220,20 +220,6 @@ void restore(Session& session, const Arguments& arguments) {
                      done->keptAside.string());
 }
 
-struct BackupState {
-    fs::path folder;
-    std::vector<BackupEntry> entries;
-    std::optional<BackupFailure> failure;
-    std::optional<fs::path> scheduled;
-    std::optional<RestoreResult> lastRestore;
-};
-
-BackupState backupState(Session& session) {
-    Backups backups(session.databasePath());
-    return {backups.folder(), backups.list(), backups.lastFailure(), scheduledRestore(session.databasePath()),
-            lastRestore(session.databasePath())};
-}
-
 std::string restoreText(const RestoreResult& restore) {
     std::string when = restore.at ? whenText(*restore.at) : "";
     if (restore.outcome == RestoreOutcome::restored)
@@ -258,9 +244,13 @@ void backUpBefore(Session& session, std::string_view reason) {
     }
 }
 
-void printBackupStatus(Session& session) {
-    BackupState state = backupState(session);
-    Instant now = session.clock().now();
+BackupState backupState(Session& session) {
+    Backups backups(session.databasePath());
+    return {backups.folder(), backups.list(), backups.lastFailure(), scheduledRestore(session.databasePath()),
+            lastRestore(session.databasePath())};
+}
+
+void printBackupStatus(const BackupState& state, Instant now) {
     output::field(L10n::text("Sauvegarde", "Backup"),
                   state.entries.empty()
                       ? std::string(L10n::text("aucune (ombrelo backup)", "none (ombrelo backup)"))
@@ -275,9 +265,7 @@ void printBackupStatus(Session& session) {
         output::field(L10n::text("Dernière restauration", "Last restore"), restoreText(*state.lastRestore));
 }
 
-nlohmann::json backupStatusJSON(Session& session) {
-    BackupState state = backupState(session);
-    Instant now = session.clock().now();
+nlohmann::json backupStatusJSON(const BackupState& state, Instant now) {
     nlohmann::json newest = nullptr;
     if (!state.entries.empty())
         newest = {{"file", state.entries.front().file.string()},

@@ -25,6 +25,8 @@ struct StatusReport {
     bool agentsEnabled = false;
     std::uint16_t agentPort = 0;
     std::optional<AgentServerState> agentServer;  // what the running tracker says of it
+    BackupState backups;
+    Instant now;
 };
 
 // The running tracker's agent server, asked through its control socket.
@@ -52,6 +54,8 @@ StatusReport gather(Session& session) {
     report.agentsEnabled = MCPService::enabled(session.preferences());
     report.agentPort = MCPService::port(session.preferences());
     if (report.tracker && report.agentsEnabled) report.agentServer = askAgentServer(session);
+    report.backups = backupState(session);
+    report.now = session.clock().now();
     return report;
 }
 
@@ -69,27 +73,27 @@ std::string agentServerText(const StatusReport& report) {
     return std::string(L10n::text("activé, pas encore en service", "on, not serving yet"));
 }
 
-void render(Session& session, const StatusReport& report, bool asJSON) {
+void render(const StatusReport& report, bool asJSON) {
     auto optionalTime = [](const std::optional<Instant>& t) {
         return t ? nlohmann::json(local::formatDateTime(*t)) : nlohmann::json(nullptr);
     };
     if (asJSON) {
-        nlohmann::json document{{"database", report.path},
-                      {"schema_version", report.schemaVersion},
-                      {"activities", report.activities},
-                      {"first_activity", optionalTime(report.firstActivity)},
-                      {"paused", report.pausedUntil.has_value()},
-                      {"paused_until", optionalTime(report.pausedUntil)},
-                      {"tracker_running", report.tracker.has_value()},
-                      {"tracker_pid", report.tracker ? nlohmann::json(*report.tracker) : nlohmann::json(nullptr)},
-                      {"agent_server",
-                       {{"enabled", report.agentsEnabled},
-                        {"port", report.agentPort},
-                        {"running", report.agentServer && report.agentServer->running},
-                        {"problem", report.agentServer && report.agentServer->problem
-                                        ? nlohmann::json(*report.agentServer->problem)
-                                        : nlohmann::json(nullptr)}}}};
-        document.update(backupStatusJSON(session));
+        nlohmann::json document{
+            {"database", report.path},
+            {"schema_version", report.schemaVersion},
+            {"activities", report.activities},
+            {"first_activity", optionalTime(report.firstActivity)},
+            {"paused", report.pausedUntil.has_value()},
+            {"paused_until", optionalTime(report.pausedUntil)},
+            {"tracker_running", report.tracker.has_value()},
+            {"tracker_pid", report.tracker ? nlohmann::json(*report.tracker) : nlohmann::json(nullptr)},
+            {"agent_server",
+             {{"enabled", report.agentsEnabled},
+              {"port", report.agentPort},
+              {"running", report.agentServer && report.agentServer->running},
+              {"problem", report.agentServer && report.agentServer->problem ? nlohmann::json(*report.agentServer->problem)
+                                                                            : nlohmann::json(nullptr)}}}};
+        document.update(backupStatusJSON(report.backups, report.now));
         return output::json(document);
     }
     output::field(L10n::text("Base de données", "Database"), report.path);
@@ -109,7 +113,7 @@ void render(Session& session, const StatusReport& report, bool asJSON) {
                                        std::to_string(*report.tracker) + ")"
                                  : std::string(L10n::text("arrêté (ombrelo run)", "not running (ombrelo run)")));
     output::field(L10n::text("Serveur agents", "Agent server"), agentServerText(report));
-    printBackupStatus(session);
+    printBackupStatus(report.backups, report.now);
 }
 
 } // namespace
@@ -118,7 +122,7 @@ void status(CLI::App& program, Session& session) {
     CLI::App* command = program.add_subcommand(
         "status", std::string(L10n::text("Ouvre la base et résume son contenu", "Open the database and summarise it")));
     command->add_flag("--json", session.json, std::string(L10n::text("Sortie JSON", "JSON output")));
-    command->callback([&session] { render(session, gather(session), session.json); });
+    command->callback([&session] { render(gather(session), session.json); });
 }
 
 } // namespace ombrelo::commands
