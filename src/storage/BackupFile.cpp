@@ -181,7 +181,13 @@ BackupContents copyDatabase(const fs::path& source, const fs::path& target) {
     db.reset();
     try {
         if (result != SQLITE_OK) throw failed(message);
-        BackupContents contents = inspectBackup(partial);
+        BackupContents contents;
+        try {
+            contents = inspectBackup(partial);
+        } catch (const BackupError& check) {
+            throw failed(std::string(L10n::text("la copie ne passe pas la vérification : ",
+                                                "the copy fails its check: ")) + check.what());
+        }
         if (contents.schemaVersion != version)
             throw failed(fmt::format("{} ({} ≠ {})", L10n::text("version du schéma changée", "schema version changed"),
                                      contents.schemaVersion, version));
@@ -189,15 +195,12 @@ BackupContents copyDatabase(const fs::path& source, const fs::path& target) {
         fs::rename(partial, target);
         syncToDisk(target.parent_path());
         return contents;
-    } catch (const BackupError& check) {
-        fs::remove(partial, error);
-        if (std::string_view(check.what()).find(partial.string()) != std::string_view::npos)
-            throw failed(std::string(L10n::text("la copie ne passe pas la vérification : ",
-                                                "the copy fails its check: ")) + check.what());
-        throw;
     } catch (const fs::filesystem_error& move) {
         fs::remove(partial, error);
         throw failed(move.code().message());
+    } catch (...) {
+        fs::remove(partial, error);
+        throw;
     }
 }
 
