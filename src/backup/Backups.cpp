@@ -8,10 +8,8 @@
 
 #include <algorithm>
 #include <charconv>
-#include <fstream>
 #include <nlohmann/json.hpp>
 #include <set>
-#include <sstream>
 
 namespace ombrelo {
 
@@ -151,11 +149,9 @@ void Backups::clearFailure() const {
 }
 
 std::optional<BackupFailure> Backups::lastFailure() const {
-    std::ifstream in(failureFile());
-    if (!in) return std::nullopt;
-    std::ostringstream text;
-    text << in.rdbuf();
-    nlohmann::json entry = nlohmann::json::parse(text.str(), nullptr, false);
+    std::optional<std::string> text = readWholeFile(failureFile());
+    if (!text) return std::nullopt;
+    nlohmann::json entry = nlohmann::json::parse(*text, nullptr, false);
     if (!entry.is_object()) return std::nullopt;
     return BackupFailure{entry.value("at", 0.0), entry.value("message", "")};
 }

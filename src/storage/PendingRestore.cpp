@@ -7,11 +7,9 @@
 
 #include <cerrno>
 #include <fcntl.h>
-#include <fstream>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <sqlite3.h>
-#include <sstream>
 #include <sys/file.h>
 #include <unistd.h>
 #include <vector>
@@ -19,6 +17,15 @@
 namespace ombrelo {
 
 namespace fs = std::filesystem;
+
+std::string_view rawValue(RestoreOutcome outcome) {
+    switch (outcome) {
+    case RestoreOutcome::restored: return "restored";
+    case RestoreOutcome::failed: return "failed";
+    case RestoreOutcome::nothingToDo: return "nothing";
+    }
+    return {};
+}
 
 namespace {
 
@@ -31,16 +38,8 @@ fs::path beside(const fs::path& database, std::string_view suffix) {
 fs::path marker(const fs::path& database) { return beside(database, ".restore"); }
 fs::path outcomeFile(const fs::path& database) { return beside(database, ".restore-outcome"); }
 
-std::optional<std::string> readFile(const fs::path& file) {
-    std::ifstream in(file, std::ios::binary);
-    if (!in) return std::nullopt;
-    std::ostringstream bytes;
-    bytes << in.rdbuf();
-    return bytes.str();
-}
-
 void record(const fs::path& database, const RestoreResult& result) {
-    nlohmann::json entry{{"outcome", result.outcome == RestoreOutcome::restored ? "restored" : "failed"},
+    nlohmann::json entry{{"outcome", rawValue(result.outcome)},
                          {"message", result.message},
                          {"backup", result.backup.string()},
                          {"kept_aside", result.keptAside.string()},
@@ -141,7 +140,7 @@ bool cancelRestore(const fs::path& database) {
 }
 
 std::optional<fs::path> scheduledRestore(const fs::path& database) {
-    std::optional<std::string> text = readFile(marker(database));
+    std::optional<std::string> text = readWholeFile(marker(database));
     if (!text) return std::nullopt;
     while (!text->empty() && (text->back() == '\n' || text->back() == '\r')) text->pop_back();
     return fs::path(*text);
@@ -190,12 +189,13 @@ RestoreResult applyPendingRestore(const fs::path& database, Instant now) {
 }
 
 std::optional<RestoreResult> lastRestore(const fs::path& database) {
-    std::optional<std::string> text = readFile(outcomeFile(database));
+    std::optional<std::string> text = readWholeFile(outcomeFile(database));
     if (!text) return std::nullopt;
     nlohmann::json entry = nlohmann::json::parse(*text, nullptr, false);
     if (!entry.is_object()) return std::nullopt;
     RestoreResult result;
-    result.outcome = entry.value("outcome", "") == "restored" ? RestoreOutcome::restored : RestoreOutcome::failed;
+    result.outcome = entry.value("outcome", "") == rawValue(RestoreOutcome::restored) ? RestoreOutcome::restored
+                                                                                      : RestoreOutcome::failed;
     result.message = entry.value("message", "");
     result.backup = entry.value("backup", "");
     result.keptAside = entry.value("kept_aside", "");

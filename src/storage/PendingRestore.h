@@ -10,10 +10,14 @@
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <string_view>
 
 namespace ombrelo {
 
 enum class RestoreOutcome { restored, failed, nothingToDo };
+
+// "restored", "failed", "nothing": as files and JSON name it.
+std::string_view rawValue(RestoreOutcome outcome);
 
 struct RestoreResult {
     RestoreOutcome outcome = RestoreOutcome::nothingToDo;

@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <fcntl.h>
 #include <fstream>
+#include <sstream>
 #include <string>
 #include <sys/stat.h>
 #include <system_error>
@@ -56,6 +57,14 @@ void writeFileAtomically(const std::filesystem::path& path, std::string_view byt
         ::unlink(temporary.c_str());
         throw;
     }
+}
+
+std::optional<std::string> readWholeFile(const std::filesystem::path& path) {
+    std::ifstream in(path, std::ios::binary);
+    if (!in) return std::nullopt;
+    std::ostringstream bytes;
+    bytes << in.rdbuf();
+    return bytes.str();
 }
 
 } // namespace ombrelo

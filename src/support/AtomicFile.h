@@ -5,6 +5,8 @@
 #pragma once
 
 #include <filesystem>
+#include <optional>
+#include <string>
 #include <string_view>
 #include <sys/types.h>
 
@@ -14,5 +16,9 @@ namespace ombrelo {
 // process umask. Throws std::system_error (with the path) on failure, after
 // removing the temporary file.
 void writeFileAtomically(const std::filesystem::path& path, std::string_view bytes, mode_t mode = 0666);
+
+// The whole of a small file such as the above writes, or nothing when it cannot
+// be opened (most often: it does not exist).
+std::optional<std::string> readWholeFile(const std::filesystem::path& path);
 
 } // namespace ombrelo

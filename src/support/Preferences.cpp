@@ -1,5 +1,6 @@
 #include "support/Preferences.h"
 
+#include "support/AtomicFile.h"
 #include "support/Log.h"
 
 #include <cerrno>
@@ -7,7 +8,6 @@
 #include <fcntl.h>
 #include <fstream>
 #include <nlohmann/json.hpp>
-#include <sstream>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <system_error>
@@ -83,11 +83,9 @@ struct Preferences::State {
     void load() {
         damaged = false;
         values = json::object();
-        std::ifstream in(file);
-        if (!in) return;  // no file yet: every key has its default
-        std::stringstream text;
-        text << in.rdbuf();
-        json parsed = json::parse(text.str(), nullptr, false);
+        std::optional<std::string> text = readWholeFile(file);
+        if (!text) return;  // no file yet: every key has its default
+        json parsed = json::parse(*text, nullptr, false);
         if (parsed.is_object()) {
             values = std::move(parsed);
             return;

@@ -8,6 +8,7 @@
 #include "app/commands/LiveRequests.h"
 #include "app/commands/ProjectArguments.h"
 #include "app/commands/ProjectViews.h"
+#include "app/commands/TimeModel.h"
 #include "support/Fold.h"
 #include "support/L10n.h"
 #include "support/LocalTime.h"
@@ -36,7 +37,7 @@ void show(Session& session, ProjectStore& store) {
     }
     Instant since = *store.activeSince();
     output::field(L10n::text("Projet en cours", "Project in progress"), store.label(active));
-    output::field(L10n::text("Depuis", "Since"), local::formatDay(since) + " " + local::formatTime(since));
+    output::field(L10n::text("Depuis", "Since"), dayAndTime(since));
     if (auto note = store.activeNote()) output::field(L10n::text("Note", "Note"), *note);
 }
 

@@ -48,8 +48,6 @@ std::string ageText(Instant then, Instant now) {
     return L10n::french() ? "il y a " + amount : amount + " ago";
 }
 
-std::string whenText(Instant t) { return local::formatDay(t) + " " + local::formatTime(t); }
-
 nlohmann::json optionalDay(const std::optional<Instant>& t) {
     return t ? nlohmann::json(local::formatDay(*t)) : nlohmann::json(nullptr);
 }
@@ -139,7 +137,7 @@ void list(Session& session) {
     for (const BackupEntry& entry : entries) {
         std::optional<BackupContents> contents = details(entry);
         auto day = [](const std::optional<Instant>& t) { return t ? local::formatDay(*t) : std::string("—"); };
-        table.add({whenText(entry.takenAt), sizeText(entry.size),
+        table.add({dayAndTime(entry.takenAt), sizeText(entry.size),
                    contents ? std::to_string(contents->activities) : std::string(L10n::text("illisible", "unreadable")),
                    contents ? day(contents->firstStart) : "", contents ? day(contents->lastEnd) : "", entry.reason});
     }
@@ -221,7 +219,7 @@ void restore(Session& session, const Arguments& arguments) {
 }
 
 std::string restoreText(const RestoreResult& restore) {
-    std::string when = restore.at ? whenText(*restore.at) : "";
+    std::string when = restore.at ? dayAndTime(*restore.at) : "";
     if (restore.outcome == RestoreOutcome::restored)
         return fmt::format("{}{} ({}){}", L10n::text("restaurée le ", "restored on "), when, restore.backup.string(),
                            restore.keptAside.empty()
@@ -254,12 +252,12 @@ void printBackupStatus(const BackupState& state, Instant now) {
     output::field(L10n::text("Sauvegarde", "Backup"),
                   state.entries.empty()
                       ? std::string(L10n::text("aucune (ombrelo backup)", "none (ombrelo backup)"))
-                      : fmt::format("{} ({}), {} {}", whenText(state.entries.front().takenAt),
+                      : fmt::format("{} ({}), {} {}", dayAndTime(state.entries.front().takenAt),
                                     ageText(state.entries.front().takenAt, now), state.entries.size(),
                                     L10n::text("au total dans ", "in all in ")) + state.folder.string());
     if (state.failure)
         output::field(L10n::text("Échec de sauvegarde", "Backup failure"),
-                      whenText(state.failure->at) + " : " + state.failure->message);
+                      dayAndTime(state.failure->at) + " : " + state.failure->message);
     if (state.scheduled) output::field(L10n::text("Restauration prévue", "Restore scheduled"), state.scheduled->string());
     if (state.lastRestore)
         output::field(L10n::text("Dernière restauration", "Last restore"), restoreText(*state.lastRestore));
@@ -275,7 +273,7 @@ nlohmann::json backupStatusJSON(const BackupState& state, Instant now) {
     if (state.failure) failure = {{"at", local::formatDateTime(state.failure->at)}, {"message", state.failure->message}};
     nlohmann::json last = nullptr;
     if (state.lastRestore)
-        last = {{"outcome", state.lastRestore->outcome == RestoreOutcome::restored ? "restored" : "failed"},
+        last = {{"outcome", rawValue(state.lastRestore->outcome)},
                 {"message", state.lastRestore->message},
                 {"backup", state.lastRestore->backup.string()},
                 {"kept_aside", state.lastRestore->keptAside.string()},

@@ -198,7 +198,7 @@ void list(Session& session) {
                              std::string(L10n::text("Entrées", "Entries"))});
     for (const ImportBatch& batch : batches)
         table.add({batch.id.substr(0, 8), batch.source, batch.file,
-                   local::formatDay(batch.at) + " " + local::formatTime(batch.at), std::to_string(batch.count)});
+                   dayAndTime(batch.at), std::to_string(batch.count)});
     table.print(std::cout);
 }
 

@@ -23,7 +23,6 @@ namespace {
 
 using nlohmann::json;
 
-std::string at(Instant t) { return local::formatDay(t) + " " + local::formatTime(t); }
 
 json timeJSON(std::optional<Instant> t) { return t ? json(local::formatDateTime(*t)) : json(nullptr); }
 
@@ -39,7 +38,7 @@ void pauseTracking(Session& session, std::optional<double> minutes) {
         return;
     }
     output::line(std::string(L10n::text("Suivi en pause jusqu'à ", "Tracking paused until ")) +
-                 at(session.clock().now() + *minutes * 60));
+                 dayAndTime(session.clock().now() + *minutes * 60));
 }
 
 void resumeTracking(Session& session) {
@@ -94,7 +93,7 @@ void showFocus(Session& session) {
     } else {
         const FocusSession& s = *state.session;
         output::field(L10n::text("Session de concentration", "Focus session"),
-                      std::string(L10n::text("depuis ", "since ")) + at(s.start));
+                      std::string(L10n::text("depuis ", "since ")) + dayAndTime(s.start));
         output::field(L10n::text("Projet", "Project"),
                       state.project ? projects.label(state.project) : std::string(L10n::text("aucun", "none")));
         output::field(L10n::text("Écoulé", "Elapsed"), Format::duration(now - s.start));

@@ -4,6 +4,7 @@
 #include "app/Session.h"
 #include "app/TrackerLock.h"
 #include "app/commands/BackupCommands.h"
+#include "app/commands/TimeModel.h"
 #include "agent/MCPService.h"
 #include "control/ControlSocket.h"
 #include "control/Controls.h"
@@ -100,12 +101,11 @@ void render(const StatusReport& report, bool asJSON) {
     output::field(L10n::text("Version du schéma", "Schema version"), std::to_string(report.schemaVersion));
     output::field(L10n::text("Activités", "Activities"), std::to_string(report.activities));
     output::field(L10n::text("Première activité", "First activity"),
-                  report.firstActivity ? local::formatDay(*report.firstActivity) + " " +
-                                             local::formatTime(*report.firstActivity)
+                  report.firstActivity ? dayAndTime(*report.firstActivity)
                                        : std::string(L10n::text("aucune", "none")));
     std::string tracking = report.pausedUntil
                                ? std::string(L10n::text("en pause jusqu'à ", "paused until ")) +
-                                     local::formatDay(*report.pausedUntil) + " " + local::formatTime(*report.pausedUntil)
+                                     dayAndTime(*report.pausedUntil)
                                : std::string(L10n::text("actif", "active"));
     output::field(L10n::text("Suivi", "Tracking"), tracking);
     output::field(L10n::text("Suivi en cours", "Tracker"),

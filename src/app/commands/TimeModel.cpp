@@ -88,6 +88,8 @@ std::string projectCell(const ProjectStore& projects, const Project* project) {
     return project ? projects.label(project) : "—";
 }
 
+std::string dayAndTime(Instant t) { return local::formatDay(t) + " " + local::formatTime(t); }
+
 std::string activityCount(std::size_t count) {
     if (L10n::french()) return fmt::format("{} activité{}", count, count > 1 ? "s" : "");
     return fmt::format("{} activit{}", count, count == 1 ? "y" : "ies");

@@ -62,6 +62,9 @@ void alignRight(std::vector<std::string>& column);
 // "Dupont › Refonte" for a project, "—" for none.
 std::string projectCell(const ProjectStore& projects, const Project* project);
 
+// "2026-11-23 09:30": a moment as the commands show it.
+std::string dayAndTime(Instant t);
+
 // "3 activités" / "3 activities".
 std::string activityCount(std::size_t count);
 
