@@ -1,11 +1,11 @@
 #include "agent/MCPServer.h"
 
+#include "http/LocalAddress.h"
 #include "support/L10n.h"
 #include "support/Log.h"
 
 #include <fmt/format.h>
 
-#include <cstring>
 
 namespace ombrelo {
 
@@ -16,18 +16,6 @@ namespace {
 // Deeper messages are refused as invalid: serialising the echoed "id" recurses
 // once per level, and the tracker's stack is not the agent's to use up.
 constexpr int maxDepth = 128;
-
-std::string lower(std::string_view text) {
-    std::string out(text);
-    for (char& c : out)
-        if (c >= 'A' && c <= 'Z') c = char(c - 'A' + 'a');
-    return out;
-}
-
-bool localName(std::string_view host) {
-    std::string name = lower(host);
-    return name == "127.0.0.1" || name == "localhost";
-}
 
 http::Response jsonResponse(int status, const json& body) {
     http::Response response = http::Response::empty(status);
@@ -81,12 +69,12 @@ std::optional<http::Response> MCPServer::check(const http::Request& request) con
     std::string_view path(request.path);
     if (path.substr(0, path.find('?')) != "/mcp") return http::Response::empty(404);
     if (request.method != "POST") return http::Response::empty(405);
-    if (const std::string* host = request.header("host"); host && !isLocalHost(*host))
+    if (const std::string* host = request.header("host"); host && !http::isLocalHost(*host))
         return http::Response::empty(403);
-    if (const std::string* origin = request.header("origin"); origin && !isLocalOrigin(*origin))
+    if (const std::string* origin = request.header("origin"); origin && !http::isLocalOrigin(*origin))
         return http::Response::empty(403);
     const std::string* authorization = request.header("authorization");
-    if (!authorization || !constantTimeEqual(*authorization, token_)) {
+    if (!authorization || !http::constantTimeEqual(*authorization, token_)) {
         http::Response refused = http::Response::empty(401);
         refused.headers.emplace_back("WWW-Authenticate", "Bearer");
         return refused;
@@ -140,49 +128,6 @@ json MCPServer::success(const json& id, json result) {
 
 json MCPServer::error(const json& id, int code, std::string_view message) {
     return {{"jsonrpc", "2.0"}, {"id", id}, {"error", {{"code", code}, {"message", message}}}};
-}
-
-bool MCPServer::isLocalHost(std::string_view host) {
-    // The name before any ":port"; empty pieces are skipped, so "[::1]" leaves "[".
-    std::size_t start = host.find_first_not_of(':');
-    if (start == std::string_view::npos) return false;
-    std::size_t end = host.find(':', start);
-    return localName(host.substr(start, end == std::string_view::npos ? std::string_view::npos : end - start));
-}
-
-bool MCPServer::isLocalOrigin(std::string_view origin) {
-    for (char c : origin) {
-        auto byte = static_cast<unsigned char>(c);
-        if (byte <= 0x20 || byte >= 0x7F || std::strchr("\"<>\\^`{|}", c)) return false;  // not a URL
-    }
-    std::size_t colon = origin.find(':');
-    if (colon == std::string_view::npos || colon == 0) return false;
-    auto alpha = [](char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); };
-    auto digit = [](char c) { return c >= '0' && c <= '9'; };
-    if (!alpha(origin[0])) return false;
-    for (char c : origin.substr(1, colon - 1))
-        if (!alpha(c) && !digit(c) && c != '+' && c != '-' && c != '.') return false;
-    std::string_view rest = origin.substr(colon + 1);
-    if (!rest.starts_with("//")) return false;  // no host at all ("null" ends before this)
-    rest.remove_prefix(2);
-    std::string_view authority = rest.substr(0, rest.find_first_of("/?#"));
-    if (std::size_t at = authority.rfind('@'); at != std::string_view::npos) authority.remove_prefix(at + 1);
-    if (authority.starts_with('[')) return false;  // an IPv6 literal is never one of the two names
-    std::size_t portColon = authority.find(':');
-    if (portColon != std::string_view::npos) {
-        for (char c : authority.substr(portColon + 1))
-            if (!digit(c)) return false;
-        authority = authority.substr(0, portColon);
-    }
-    return localName(authority);
-}
-
-bool MCPServer::constantTimeEqual(std::string_view a, std::string_view b) {
-    if (a.size() != b.size()) return false;
-    unsigned char difference = 0;
-    for (std::size_t i = 0; i < a.size(); ++i)
-        difference |= static_cast<unsigned char>(a[i] ^ b[i]);
-    return difference == 0;
 }
 
 std::string MCPServer::portUnavailable(std::uint16_t port, const std::error_code& error) {

@@ -84,16 +84,6 @@ public:
     static nlohmann::json success(const nlohmann::json& id, nlohmann::json result);
     static nlohmann::json error(const nlohmann::json& id, int code, std::string_view message);
 
-    // "127.0.0.1" or "localhost" (any case), before any ":port". IPv6 and empty
-    // values are refused.
-    static bool isLocalHost(std::string_view host);
-    // A URL whose host is "127.0.0.1" or "localhost" (any scheme, any port).
-    // "null" and anything that is not a URL with a host are refused.
-    static bool isLocalOrigin(std::string_view origin);
-    // Equal bytes, in a time that does not depend on where they differ (only on
-    // the length, which is no secret).
-    static bool constantTimeEqual(std::string_view a, std::string_view b);
-
     // "Port 8473 indisponible : …", the text the settings show when start()
     // failed.
     static std::string portUnavailable(std::uint16_t port, const std::error_code& error);

@@ -1,5 +1,7 @@
 #include "agent/MCPService.h"
 
+#include <fmt/format.h>
+
 #include "support/Log.h"
 #include "support/Preferences.h"
 #include "support/Settings.h"
@@ -12,6 +14,15 @@ MCPService::MCPService(Preferences& preferences, MCPServer::Dispatch dispatch, M
       dispatch_(std::move(dispatch)),
       postToMain_(std::move(postToMain)),
       limits_(limits) {}
+
+nlohmann::json MCPService::clientConfigurations(std::uint16_t port, const std::string& token) {
+    std::string address = fmt::format("http://127.0.0.1:{}/mcp", port);
+    std::string header = "Authorization: Bearer " + token;
+    return {{"desktop",
+             {{"mcpServers",
+               {{"ombrelo", {{"command", "npx"}, {"args", {"mcp-remote", address, "--header", header}}}}}}}},
+            {"command_line", "claude mcp add --transport http ombrelo " + address + " --header \"" + header + "\""}};
+}
 
 std::uint16_t MCPService::port(const Preferences& preferences) {
     std::int64_t value = preferences.integer(settings::mcpPort).value_or(0);

@@ -27,6 +27,10 @@ public:
     // The port "mcpPort" names, 8473 when it is unset or outside 1024–65535.
     static std::uint16_t port(const Preferences& preferences);
     static bool enabled(const Preferences& preferences);
+    // What agents' configurations need to reach the server: {"desktop": a
+    // desktop client's configuration file, "command_line": the command that
+    // adds the server to a command-line agent}.
+    static nlohmann::json clientConfigurations(std::uint16_t port, const std::string& token);
 
     // Starts, restarts or stops the server to match the settings. Cheap when
     // they did not change since the last call, unless `force`.

@@ -3,6 +3,7 @@
 #include "support/AtomicFile.h"
 #include "support/L10n.h"
 #include "support/Log.h"
+#include "support/Secret.h"
 
 #include <libsecret/secret.h>
 
@@ -17,7 +18,6 @@
 #include <functional>
 #include <thread>
 #include <mutex>
-#include <sys/random.h>
 #include <sys/stat.h>
 #include <system_error>
 #include <unistd.h>
@@ -217,24 +217,6 @@ void writeFile(const std::string& token) {
 
 } // namespace
 
-std::string random() {
-    std::array<unsigned char, 32> bytes{};
-    for (std::size_t filled = 0; filled < bytes.size();) {
-        ssize_t got = ::getrandom(bytes.data() + filled, bytes.size() - filled, 0);
-        if (got < 0 && errno == EINTR) continue;
-        if (got < 0) throw std::system_error(errno, std::generic_category(), "getrandom");
-        filled += std::size_t(got);
-    }
-    static constexpr char digits[] = "0123456789abcdef";
-    std::string token;
-    token.reserve(2 * bytes.size());
-    for (unsigned char byte : bytes) {
-        token += digits[byte >> 4];
-        token += digits[byte & 0xF];
-    }
-    return token;
-}
-
 fs::path filePath() {
     const char* data = std::getenv("XDG_DATA_HOME");
     if (data && *data) return fs::path(data) / "ombrelo" / "mcp-token";
@@ -258,7 +240,7 @@ StoredToken loadOrCreate() {
 }
 
 StoredToken regenerate() {
-    std::string token = random();
+    std::string token = randomSecret();
     if (!fileOnly() && sessionBusExists()) {
         SecretAnswer answer = keep(token);
         if (answer.reached) {

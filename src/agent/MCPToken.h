@@ -38,10 +38,6 @@ struct StoredToken {
 
 namespace MCPToken {
 
-// 32 bytes from getrandom(2) as 64 lowercase hexadecimal characters. Throws
-// std::system_error when the kernel gives no random bytes.
-std::string random();
-
 // The stored token, or nothing when none is stored (or it is empty). A token
 // file that others could read is not trusted (it reads as none).
 std::optional<StoredToken> load();

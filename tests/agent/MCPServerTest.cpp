@@ -3,6 +3,7 @@
 // refused with the status an agent's client expects, and nothing of it reaches
 // the tools or the log.
 #include "agent/MCPServer.h"
+#include "http/LocalAddress.h"
 #include "testing/LoopbackClient.h"
 #include "testing/TestSupport.h"
 
@@ -235,26 +236,26 @@ TEST_F(MCPServerTest, OutlivesToolsThatThrowDropOrAnswerAfterTheStop) {
 
 TEST(MCPServerGate, TellsLocalNamesAndTokensApart) {
     for (std::string_view host : {"127.0.0.1", "127.0.0.1:8473", "localhost", "LocalHost:1", ":localhost"})
-        EXPECT_TRUE(MCPServer::isLocalHost(host)) << host;
+        EXPECT_TRUE(http::isLocalHost(host)) << host;
     for (std::string_view host : {"", ":", "evil.example:8473", "127.0.0.1.evil.example", "[::1]", "::1", "127.0.0.2",
                                   "localhost.", " localhost", "0.0.0.0"})
-        EXPECT_FALSE(MCPServer::isLocalHost(host)) << host;
+        EXPECT_FALSE(http::isLocalHost(host)) << host;
 
     for (std::string_view origin : {"http://localhost:3000", "https://127.0.0.1", "HTTP://LOCALHOST",
                                     "http://localhost/", "http://user@localhost:1/x?y#z", "app+x.y-z://localhost:"})
-        EXPECT_TRUE(MCPServer::isLocalOrigin(origin)) << origin;
+        EXPECT_TRUE(http::isLocalOrigin(origin)) << origin;
     for (std::string_view origin : {"null", "", "localhost", "http://", "http:localhost", "://localhost",
                                     "http://evil.example", "http://localhost.evil.example",
                                     "http://localhost@evil.example", "http://evil.example#@localhost",
                                     "http://[::1]:3000", "http://localhost:30a0", "http://local host",
                                     "http://localhost\t", "1http://localhost", "http://%6cocalhost"})
-        EXPECT_FALSE(MCPServer::isLocalOrigin(origin)) << origin;
+        EXPECT_FALSE(http::isLocalOrigin(origin)) << origin;
 
-    EXPECT_TRUE(MCPServer::constantTimeEqual("", ""));
-    EXPECT_TRUE(MCPServer::constantTimeEqual(token, token));
-    EXPECT_FALSE(MCPServer::constantTimeEqual(token, token.substr(0, 63)));
-    EXPECT_FALSE(MCPServer::constantTimeEqual("Bearer a", "Bearer b"));
-    EXPECT_FALSE(MCPServer::constantTimeEqual("xearer a", "Bearer a"));
+    EXPECT_TRUE(http::constantTimeEqual("", ""));
+    EXPECT_TRUE(http::constantTimeEqual(token, token));
+    EXPECT_FALSE(http::constantTimeEqual(token, token.substr(0, 63)));
+    EXPECT_FALSE(http::constantTimeEqual("Bearer a", "Bearer b"));
+    EXPECT_FALSE(http::constantTimeEqual("xearer a", "Bearer a"));
 
 }
 

@@ -1,6 +1,7 @@
 // The access token: random, kept where only its owner can read it, the same
 // from one run to the next until regenerated, and never written to the log.
 #include "agent/MCPToken.h"
+#include "support/Secret.h"
 #include "testing/LoopbackClient.h"
 #include "testing/TestSupport.h"
 
@@ -27,7 +28,7 @@ mode_t modeOf(const fs::path& path) {
 TEST(MCPToken, IsSixtyFourHexadecimalDigitsAndNeverTheSameTwice) {
     std::set<std::string> tokens;
     for (int i = 0; i < 20; ++i) {
-        std::string token = MCPToken::random();
+        std::string token = randomSecret();
         EXPECT_EQ(token.size(), 64u);
         EXPECT_EQ(token.find_first_not_of("0123456789abcdef"), std::string::npos) << token;
         tokens.insert(token);

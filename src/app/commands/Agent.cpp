@@ -4,7 +4,7 @@
 // prints what to paste into an agent's configuration.
 #include "agent/MCPService.h"
 #include "agent/MCPToken.h"
-#include "app/AgentHost.h"
+#include "app/ServedModel.h"
 #include "app/Commands.h"
 #include "app/Output.h"
 #include "app/Session.h"
@@ -56,7 +56,7 @@ void serve(Session& session, const Arguments& arguments) {
     focus.start();
     Controls controls({.projects = projects, .focus = focus, .preferences = session.preferences(),
                        .clock = session.clock()});
-    AgentHost host({.io = io, .activities = session.activities(), .catalog = catalog, .projects = projects,
+    ServedModel host({.io = io, .activities = session.activities(), .catalog = catalog, .projects = projects,
                     .controls = controls, .clock = session.clock(),
                     .currency = Format::currency(session.preferences())});
     MCPServer server(MCPToken::loadOrCreate().value, host.dispatch(), host.poster());
@@ -115,15 +115,13 @@ void token(Session& session, const Arguments& arguments) {
 }
 
 void config(Session& session) {
-    std::string address = url(MCPService::port(session.preferences()));
-    std::string header = "Authorization: Bearer " + MCPToken::loadOrCreate().value;
-    nlohmann::json desktop = {
-        {"mcpServers", {{"ombrelo", {{"command", "npx"}, {"args", {"mcp-remote", address, "--header", header}}}}}}};
+    nlohmann::json configurations =
+        MCPService::clientConfigurations(MCPService::port(session.preferences()), MCPToken::loadOrCreate().value);
     output::line(L10n::text("Fichier de configuration d'un client de bureau :", "A desktop client's configuration file:"));
-    output::json(desktop);
+    output::json(configurations["desktop"]);
     output::line("");
     output::line(L10n::text("En ligne de commande :", "On the command line:"));
-    output::line("claude mcp add --transport http ombrelo " + address + " --header \"" + header + "\"");
+    output::line(configurations["command_line"].get<std::string>());
     if (!MCPService::enabled(session.preferences()))
         output::line(std::string("\n") + std::string(L10n::text(
                                              "Le serveur est désactivé : « ombrelo mcp enable » pour le suivi, ou "
