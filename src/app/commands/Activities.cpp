@@ -69,25 +69,6 @@ void listActivities(Session& session, const Arguments& arguments) {
     table.print(std::cout);
 }
 
-// Why the category and project are what they are: "rule", "manual", "active",
-// "ai", "navigation", "private"; nothing when there is neither.
-std::optional<std::string> categoryReason(const Classification& result) {
-    const Classified& item = result.item;
-    if (item.activity.kind == Activity::Kind::privateTime && !item.category) return "private";
-    if (!item.category) return std::nullopt;
-    if (result.categoryRuleID) return "rule";
-    if (result.assignment && result.assignment->categoryID == item.category->id) return result.assignment->source;
-    return "navigation";
-}
-
-std::optional<std::string> projectReason(const Classification& result) {
-    if (result.assignment &&
-        (result.assignment->source == source::manual || result.assignment->source == source::active))
-        return result.assignment->source;
-    if (result.projectRuleID) return "rule";
-    return std::nullopt;
-}
-
 std::string reasonText(const std::optional<std::string>& reason, const std::optional<std::int64_t>& ruleID) {
     if (!reason) return std::string(L10n::text("aucune règle ne s'applique", "no rule applies"));
     if (*reason == "rule") return fmt::format("{}{}", L10n::text("règle #", "rule #"), *ruleID);
@@ -113,22 +94,7 @@ void explain(Session& session, const Arguments& arguments) {
     auto projectWhy = projectReason(result);
 
     if (session.json) {
-        nlohmann::json rules = nlohmann::json::array();
-        for (const RuleScore& scored : applicable) {
-            nlohmann::json rule = ruleJSON(scored.rule, catalog, projects);
-            rule["score"] = scored.score;
-            rule["decides_category"] = result.categoryRuleID == scored.rule.id;
-            rule["decides_project"] = result.projectRuleID == scored.rule.id;
-            rules.push_back(rule);
-        }
-        auto optional = [](const std::optional<std::string>& text) {
-            return text ? nlohmann::json(*text) : nlohmann::json(nullptr);
-        };
-        output::json({{"activity", activityJSON(result, projects)},
-                      {"rules", rules},
-                      {"category_reason", optional(categoryWhy)},
-                      {"project_reason", optional(projectWhy)},
-                      {"assignment", assignmentJSON(result.assignment)}});
+        output::json(explainJSON(result, applicable, catalog, projects));
         return;
     }
 

@@ -9,6 +9,7 @@
 #include "app/Commands.h"
 #include "app/Output.h"
 #include "app/commands/ClassifyArguments.h"
+#include "app/commands/LiveViews.h"
 #include "app/commands/ProjectArguments.h"
 #include "app/commands/TimeModel.h"
 #include "billing/BillingStore.h"
@@ -103,38 +104,17 @@ void totals(Session& session, const Arguments& arguments) {
     TimeModel model(session);
     BillingStore billing(session.database(), session.clock());
     Instant now = session.clock().now();
-    bool wholeHistory = !arguments.from;
-    bool nothing = false;  // no activity at all
-    Period range;
-    if (wholeHistory) {
-        std::optional<Instant> first = session.activities().firstStart();
-        nothing = !first;
-        range.start = local::startOfDay(first.value_or(now));
-        // Through today (time recorded ahead of the clock waits for its day).
-        range.end = std::max(local::addDays(local::startOfDay(now), 1), local::addDays(range.start, 1));
-    } else {
+    std::optional<Period> range;
+    if (arguments.from)
         range = answer([&] { return period(periodArguments(std::nullopt, arguments.from, arguments.to), now); });
-    }
-    ClassifiedList items = model.workspace.items(range.start, range.end);
-    BillingTotals sums = BillingTotals::compute(items, billing.statuses(items), range.start, range.end);
     std::string currency = Format::currency(session.preferences());
-
-    if (session.json) {
-        auto day = [&](Instant t) { return nothing ? nlohmann::json(nullptr) : nlohmann::json(local::formatDay(t)); };
-        output::json({{"from", day(range.start)},
-                      {"to", day(range.end - 1)},
-                      {"whole_history", wholeHistory},
-                      {"currency", currency},
-                      {"to_bill_eur", static_cast<double>(sums.toBillCents) / 100},
-                      {"to_bill_minutes", wholeMinutes(sums.toBillSeconds)},
-                      {"billed_eur", static_cast<double>(sums.billedCents) / 100},
-                      {"paid_eur", static_cast<double>(sums.paidCents) / 100}});
-        return;
-    }
-    if (wholeHistory) output::line(L10n::text("À facturer (tout l'historique)", "To bill (whole history)"));
+    PeriodTotals totals = billingTotals(model.workspace, session.activities(), billing, now, range);
+    if (session.json) return output::json(toJSON(totals, currency));
+    const BillingTotals& sums = totals.sums;
+    if (totals.wholeHistory) output::line(L10n::text("À facturer (tout l'historique)", "To bill (whole history)"));
     else
         output::line(fmt::format(fmt::runtime(L10n::text("À facturer du {} au {}", "To bill from {} to {}")),
-                                 local::formatDay(range.start), local::formatDay(range.end - 1)));
+                                 local::formatDay(totals.range.start), local::formatDay(totals.range.end - 1)));
     std::vector<std::string> amounts{Format::money(sums.toBillCents, currency), Format::money(sums.billedCents, currency),
                                      Format::money(sums.paidCents, currency)};
     alignRight(amounts);

@@ -145,4 +145,43 @@ std::string sourceText(const Activity& activity) {
     return text;
 }
 
+// Why the category and project are what they are: "rule", "manual", "active",
+// "ai", "navigation", "private"; nothing when there is neither.
+std::optional<std::string> categoryReason(const Classification& result) {
+    const Classified& item = result.item;
+    if (item.activity.kind == Activity::Kind::privateTime && !item.category) return "private";
+    if (!item.category) return std::nullopt;
+    if (result.categoryRuleID) return "rule";
+    if (result.assignment && result.assignment->categoryID == item.category->id) return result.assignment->source;
+    return "navigation";
+}
+
+std::optional<std::string> projectReason(const Classification& result) {
+    if (result.assignment &&
+        (result.assignment->source == source::manual || result.assignment->source == source::active))
+        return result.assignment->source;
+    if (result.projectRuleID) return "rule";
+    return std::nullopt;
+}
+
+nlohmann::json explainJSON(const Classification& result, const std::vector<RuleScore>& applicable,
+                           const Catalog& catalog, const ProjectStore& projects) {
+    nlohmann::json rules = nlohmann::json::array();
+    for (const RuleScore& scored : applicable) {
+        nlohmann::json rule = ruleJSON(scored.rule, catalog, projects);
+        rule["score"] = scored.score;
+        rule["decides_category"] = result.categoryRuleID == scored.rule.id;
+        rule["decides_project"] = result.projectRuleID == scored.rule.id;
+        rules.push_back(rule);
+    }
+    auto optional = [](const std::optional<std::string>& text) {
+        return text ? nlohmann::json(*text) : nlohmann::json(nullptr);
+    };
+    return {{"activity", activityJSON(result, projects)},
+            {"rules", rules},
+            {"category_reason", optional(categoryReason(result))},
+            {"project_reason", optional(projectReason(result))},
+            {"assignment", assignmentJSON(result.assignment)}};
+}
+
 } // namespace ombrelo::commands

@@ -15,6 +15,15 @@ nlohmann::json categoryJSON(const Category& category, const Catalog& catalog);
 nlohmann::json ruleJSON(const Rule& rule, const Catalog& catalog, const ProjectStore& projects);
 nlohmann::json activityJSON(const Classification& result, const ProjectStore& projects);
 nlohmann::json assignmentJSON(const std::optional<Assignment>& assignment);
+// What `explain` shows of one activity: its classification, every rule that
+// applies with its score, and why the category and project are what they are.
+nlohmann::json explainJSON(const Classification& result, const std::vector<RuleScore>& applicable,
+                           const Catalog& catalog, const ProjectStore& projects);
+
+// Why the category and project are what they are: "rule", "manual", "active",
+// "ai", "navigation", "private"; nothing when there is neither.
+std::optional<std::string> categoryReason(const Classification& result);
+std::optional<std::string> projectReason(const Classification& result);
 
 // "Site est ce site ou un sous-domaine github.com ET Titre contient dupont,
 // 09:00–12:00, mar": what a rule tests.

@@ -5,6 +5,7 @@
 #include "app/Output.h"
 #include "app/Session.h"
 #include "app/commands/LiveRequests.h"
+#include "app/commands/LiveViews.h"
 #include "app/commands/ProjectArguments.h"
 #include "app/commands/TimeModel.h"
 #include "control/Controls.h"
@@ -23,8 +24,6 @@ namespace {
 
 using nlohmann::json;
 
-
-json timeJSON(std::optional<Instant> t) { return t ? json(local::formatDateTime(*t)) : json(nullptr); }
 
 // --- pause, resume ---
 
@@ -72,20 +71,7 @@ void showFocus(Session& session) {
     FocusState state = readFocusState(session, projects);
     Instant now = session.clock().now();
     if (session.json) {
-        json document = {{"session", nullptr}, {"break", nullptr}};
-        if (const auto& s = state.session) {
-            document["session"] = {
-                {"id", s->id},
-                {"start", local::formatDateTime(s->start)},
-                {"planned_end", timeJSON(s->plannedEnd)},
-                {"project", state.project ? json(projects.label(state.project)) : json(nullptr)},
-                {"elapsed_seconds", std::max(0.0, now - s->start)},
-                {"remaining_seconds", s->plannedEnd ? json(std::max(0.0, *s->plannedEnd - now)) : json(nullptr)}};
-        }
-        if (const auto& b = state.activeBreak)
-            document["break"] = {{"start", local::formatDateTime(b->start)},
-                                 {"planned_end", local::formatDateTime(b->plannedEnd)}};
-        output::json(document);
+        output::json(focusJSON(session.database(), projects, now));
         return;
     }
     if (!state.session) {

@@ -8,6 +8,7 @@
 #include "app/commands/TextTable.h"
 #include "app/commands/TimeModel.h"
 #include "reports/Format.h"
+#include "reports/ReportFiles.h"
 #include "reports/ReportQuery.h"
 #include "reports/TableExport.h"
 #include "support/AtomicFile.h"
@@ -30,55 +31,16 @@ struct Arguments {
     std::string style = "decimal";
 };
 
-struct FileFormat {
-    std::string_view name;
-    std::string_view extension;
-    bool binary;
-};
-
-constexpr FileFormat fileFormats[] = {{"csv", "csv", false},   {"xlsx", "xlsx", true},
-                                      {"html", "html", false}, {"json", "json", false},
-                                      {"summary-csv", "csv", false}};
-
-const FileFormat& fileFormatNamed(std::string_view name) {
-    for (const FileFormat& format : fileFormats)
-        if (format.name == name) return format;
-    return fileFormats[0];
-}
-
 // --format, else what the output file's extension says.
-std::optional<FileFormat> chosenFormat(const Arguments& arguments) {
-    if (arguments.format) return fileFormatNamed(*arguments.format);
+std::optional<ReportFileFormat> chosenFormat(const Arguments& arguments) {
+    if (arguments.format) return reportFileFormat(*arguments.format);
     if (!arguments.output || *arguments.output == "-") return std::nullopt;
     std::string extension = lowerASCII(std::filesystem::path(*arguments.output).extension().string());
     if (extension == ".htm") extension = ".html";
-    for (const FileFormat& format : fileFormats)
+    for (const ReportFileFormat& format : reportFileFormats())
         if ("." + std::string(format.extension) == extension) return format;
     usageFailure(std::string(L10n::text("Format inconnu pour « ", "Unknown format for \"")) + *arguments.output +
                  std::string(L10n::text(" » : indiquez --format.", "\": give --format.")));
-}
-
-// "statement-atelier-dupont-2026-10-01-2026-10-31.xlsx" in the current folder.
-std::string defaultFileName(const Report& report, std::string_view reportTemplate, const FileFormat& format) {
-    std::string slug(reportTemplate);
-    if (report.client) {
-        std::string name = fold(report.client->name);
-        std::string part;
-        for (char c : name) part += std::isalnum(static_cast<unsigned char>(c)) ? c : '-';
-        slug += "-" + part;
-    }
-    return fmt::format("{}-{}-{}.{}", slug, local::formatDay(report.from),
-                       local::formatDay(local::addDays(report.to, -1)), format.extension);
-}
-
-std::string fileBytes(const FileFormat& fileFormat, const BuiltReport& built, ReportTemplate reportTemplate,
-                      DurationStyle style, const ReportFormat& format) {
-    if (fileFormat.name == "summary-csv") return CSVExport::summary(built.report, format);
-    ReportTable table = built.table(reportTemplate, format);
-    if (fileFormat.name == "xlsx") return TableExport::xlsx(table, style, format);
-    if (fileFormat.name == "html") return TableExport::html(table, format);
-    if (fileFormat.name == "json") return TableExport::json(table, built.report, format);
-    return TableExport::csv(table, style, format);
 }
 
 void writeExport(const std::string& bytes, const std::string& path) {
@@ -92,34 +54,26 @@ void writeExport(const std::string& bytes, const std::string& path) {
     output::line(std::string(L10n::text("Export enregistré : ", "Export saved: ")) + path);
 }
 
-void exportFile(const FileFormat& fileFormat, const BuiltReport& built, const Arguments& arguments,
+void exportFile(const ReportFileFormat& fileFormat, const BuiltReport& built, const Arguments& arguments,
                 const ReportFormat& format) {
     bool toStandardOutput = arguments.output && *arguments.output == "-";
     if (toStandardOutput && fileFormat.binary && ::isatty(STDOUT_FILENO))
         usageFailure(std::string(L10n::text("Un classeur XLSX ne s'affiche pas : indiquez -o FICHIER.",
                                             "An XLSX workbook cannot be shown: give -o FILE.")));
     ReportTemplate reportTemplate = *parseReportTemplate(arguments.reportTemplate);
-    std::string bytes = fileBytes(fileFormat, built, reportTemplate, *parseDurationStyle(arguments.style), format);
+    std::string bytes = reportFileBytes(fileFormat, built, reportTemplate, *parseDurationStyle(arguments.style), format);
     if (toStandardOutput) {
         std::cout << bytes << std::flush;
         return;
     }
-    writeExport(bytes, arguments.output.value_or(defaultFileName(built.report, arguments.reportTemplate, fileFormat)));
-}
-
-std::vector<std::string> rowTexts(const TableRow& row, DurationStyle style, const ReportFormat& format) {
-    std::vector<std::string> texts;
-    for (const TableCell& cell : row)
-        texts.push_back(cell.kind == TableCell::Kind::money ? format.money(cell.cents)
-                                                             : TableExport::cellText(cell, style, format));
-    return texts;
+    writeExport(bytes, arguments.output.value_or(reportFileName(built.report, arguments.reportTemplate, fileFormat)));
 }
 
 // The table with its numbers right-aligned, the totals last.
 void printTable(const ReportTable& table, DurationStyle style, const ReportFormat& format) {
     std::vector<std::vector<std::string>> rows;
-    for (const TableRow& row : table.rows) rows.push_back(rowTexts(row, style, format));
-    if (table.totals) rows.push_back(rowTexts(*table.totals, style, format));
+    for (const TableRow& row : table.rows) rows.push_back(reportRowTexts(row, style, format));
+    if (table.totals) rows.push_back(reportRowTexts(*table.totals, style, format));
     const TableRow* sample = table.rows.empty() ? (table.totals ? &*table.totals : nullptr) : &table.rows.front();
     for (std::size_t column = 0; sample && column < table.headers.size(); ++column) {
         if (!(*sample)[column].numeric()) continue;
@@ -155,7 +109,7 @@ void render(const ReportTable& table, const Report& report, DurationStyle style,
 }
 
 void run(Session& session, const Arguments& arguments) {
-    std::optional<FileFormat> fileFormat = chosenFormat(arguments);
+    std::optional<ReportFileFormat> fileFormat = chosenFormat(arguments);
     nlohmann::json asked =
         periodArguments(std::optional<std::string>(arguments.period.value_or("month")), arguments.from, arguments.to);
     Period range = answer([&] { return period(asked, session.clock().now()); });
