@@ -127,11 +127,17 @@ SearchReport TimeQueries::search(const json& arguments) {
     }
 
     Instant now = clock_.now();
-    Instant from = daysBefore(now, report.days);
-    std::vector<Classified> found = workspace_.search(report.query, from, now);
+    Period window{daysBefore(now, report.days), now};
+    if (arguments.contains("from")) {
+        // Whole days chosen in the window.
+        window = period(arguments, now);
+        report.days = std::max(1, static_cast<int>(std::lround((window.end - window.start) / 86'400)));
+    }
+    std::vector<Classified> found = workspace_.search(report.query, window.start, window.end);
     report.matchedActivities = found.size();
     if (found.size() >= static_cast<std::size_t>(Workspace::searchLimit)) {
-        report.matchedActivities = std::max(found.size(), workspace_.searchCount(report.query, from, now));
+        report.matchedActivities =
+            std::max(found.size(), workspace_.searchCount(report.query, window.start, window.end));
         if (report.cut()) report.countedFrom = found.back().activity.start;
     }
 
@@ -146,8 +152,9 @@ SearchReport TimeQueries::search(const json& arguments) {
         std::string key = title + '\x1f' + activity.appName + '\x1f' +
                           (item.project ? std::to_string(item.project->id) : std::string());
         auto [entry, inserted] = index.try_emplace(std::move(key), report.matches.size());
-        if (inserted) report.matches.push_back(SearchMatch{std::move(title), activity.appName, 0, item.project});
+        if (inserted) report.matches.push_back(SearchMatch{std::move(title), activity.appName, 0, item.project, {}});
         report.matches[entry->second].seconds += seconds;
+        report.matches[entry->second].activityIDs.push_back(activity.id);
     }
     std::stable_sort(report.matches.begin(), report.matches.end(),
                      [](const SearchMatch& a, const SearchMatch& b) { return a.seconds > b.seconds; });

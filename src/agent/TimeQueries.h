@@ -71,11 +71,14 @@ struct SearchMatch {
     std::string app;
     double seconds = 0;
     std::shared_ptr<const Project> project;
+    std::vector<std::int64_t> activityIDs;  // the activities grouped here, newest first
 };
 
 struct SearchReport {
     std::string query;  // trimmed
-    int days = 30;      // the window actually searched, in days back from now
+    // The window searched, in days: back from now, or the whole days of a
+    // "from"/"to" period when one is given.
+    int days = 30;
     double seconds = 0;
     std::vector<std::int64_t> activityIDs;  // the matching activities counted, newest first
     std::vector<SearchMatch> matches;       // grouped, largest first, at most maxMatches

@@ -208,22 +208,45 @@ void Workspace::cutOut(Instant start, Instant end, bool countedTimeToo) {
                                                        "billed or paid time cannot be replaced (activity ")) +
                                 std::to_string(row.id) + ")");
         bool keepsHead = row.start < start, keepsTail = row.end > end;
-        if (keepsHead && keepsTail) {
-            // The tail becomes its own row, classified and marked as the whole was.
-            Activity tail = row;
-            tail.start = end;
-            std::int64_t tailID = store_->insert(tail);
-            db.run("INSERT INTO assignment (activity_id, project_id, category_id, source, note) "
-                   "SELECT ?, project_id, category_id, source, note FROM assignment WHERE activity_id = ?",
-                   {tailID, row.id});
-            db.run("INSERT INTO billing (activity_id, status, invoice, at) "
-                   "SELECT ?, status, invoice, at FROM billing WHERE activity_id = ?",
-                   {tailID, row.id});
-        }
+        if (keepsHead && keepsTail) splitRow(row, end);
         if (keepsHead) store_->updateEnd(row.id, start);
         else if (keepsTail) store_->updateStart(row.id, end);
         else store_->remove(row.id);
     }
+}
+
+std::int64_t Workspace::splitRow(const Activity& row, Instant at) {
+    Database& db = store_->database();
+    // The tail becomes its own row, classified and marked as the whole was.
+    Activity tail = row;
+    tail.start = at;
+    std::int64_t tailID = store_->insert(tail);
+    db.run("INSERT INTO assignment (activity_id, project_id, category_id, source, note) "
+           "SELECT ?, project_id, category_id, source, note FROM assignment WHERE activity_id = ?",
+           {tailID, row.id});
+    db.run("INSERT INTO billing (activity_id, status, invoice, at) "
+           "SELECT ?, status, invoice, at FROM billing WHERE activity_id = ?",
+           {tailID, row.id});
+    store_->updateEnd(row.id, at);
+    return tailID;
+}
+
+std::optional<Workspace::Split> Workspace::splitAt(const std::vector<std::int64_t>& ids, Instant at) {
+    Split split;
+    bool written = store_ && !demo_ && write("Découpe", [&] {
+        split = {};
+        for (std::int64_t id : ids) {
+            std::optional<Activity> row = store_->activity(id);
+            if (!row) continue;
+            if (row->end <= at) split.before.push_back(id);
+            else if (row->start >= at) split.after.push_back(id);
+            else {
+                split.before.push_back(id);
+                split.after.push_back(splitRow(*row, at));
+            }
+        }
+    });
+    return written ? std::optional(split) : std::nullopt;
 }
 
 std::optional<std::size_t> Workspace::qualifyIdle(const std::vector<std::int64_t>& ids, std::string_view label,

@@ -111,6 +111,16 @@ public:
     // [start, end): what manual time there would count twice.
     std::vector<Activity> countedUnder(Instant start, Instant end);
 
+    // The activities among `ids` on either side of a cut.
+    struct Split {
+        std::vector<std::int64_t> before;  // ending by the cut
+        std::vector<std::int64_t> after;   // starting from it
+    };
+    // Cuts those of `ids` that span `at` in two there, each part keeping the
+    // whole's correction and billing mark, so that one side can then be given
+    // another project. Nothing when the write failed (writeError() says why).
+    std::optional<Split> splitAt(const std::vector<std::int64_t>& ids, Instant at);
+
     // Turns an absence into described time. The idle rows among `ids` (the rows
     // of an idle block) become manual time: their kind becomes "manual" and their
     // application name `label`, in one statement; each gets a manual assignment
@@ -168,6 +178,9 @@ private:
     // mark. Throws
     // DatabaseError for billed or paid time, which is never cut.
     void cutOut(Instant start, Instant end, bool countedTimeToo);
+    // Cuts `row` at `at`: a new row from `at`, with its correction and billing
+    // mark; returns its id.
+    std::int64_t splitRow(const Activity& row, Instant at);
     // This machine's rows overlapping [start, end), whole.
     std::vector<Activity> recordedHere(Instant start, Instant end);
     // Re-reads the stores and empties the cache when another connection has
