@@ -1,10 +1,10 @@
-#include "app/AgentHost.h"
+#include "app/ServedModel.h"
 
 #include <asio/post.hpp>
 
 namespace ombrelo {
 
-AgentHost::AgentHost(Parts parts)
+ServedModel::ServedModel(Parts parts)
     : io_(parts.io),
       workspace_(&parts.activities, parts.catalog, parts.projects, parts.clock),
       queries_(workspace_, parts.projects, parts.clock),
@@ -16,11 +16,11 @@ AgentHost::AgentHost(Parts parts)
               .queries = queries_,
               .currency = std::move(parts.currency)}) {}
 
-MCPServer::Dispatch AgentHost::dispatch() {
+MCPServer::Dispatch ServedModel::dispatch() {
     return [this](nlohmann::json message, MCPServer::Completion done) { done(tools_.handle(message)); };
 }
 
-MCPServer::Poster AgentHost::poster() {
+MCPServer::Poster ServedModel::poster() {
     return [this](std::function<void()> task) { asio::post(io_, std::move(task)); };
 }
 

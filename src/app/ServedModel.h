@@ -1,9 +1,10 @@
-// AgentHost: the agent tools on a main loop, with the workspace they read — what
-// `ombrelo run` serves agents with when "mcpEnabled" is on, and what
-// `ombrelo mcp serve` runs on its own.
+// ServedModel: what the servers of a main loop answer from — one classified
+// workspace (one day cache), the time queries and the agent tools over it —
+// shared by the agent server and the window in `ombrelo run`, and used alone
+// by `ombrelo mcp serve` and `ombrelo ui --serve`.
 //
-// The server's thread hands each request to `dispatch()` through `poster()`,
-// so the tools run on the loop with the stores, like everything else.
+// A server's thread hands each request to the loop through `poster()`, so
+// the tools run on the loop with the stores, like everything else.
 #pragma once
 
 #include "agent/MCPServer.h"
@@ -15,7 +16,7 @@
 
 namespace ombrelo {
 
-class AgentHost {
+class ServedModel {
 public:
     struct Parts {
         asio::io_context& io;
@@ -27,12 +28,17 @@ public:
         std::string currency;
     };
 
-    explicit AgentHost(Parts parts);
-    AgentHost(const AgentHost&) = delete;
-    AgentHost& operator=(const AgentHost&) = delete;
+    explicit ServedModel(Parts parts);
+    ServedModel(const ServedModel&) = delete;
+    ServedModel& operator=(const ServedModel&) = delete;
 
+    // The agent tools' answer to each JSON-RPC request.
     MCPServer::Dispatch dispatch();
     MCPServer::Poster poster();
+
+    Workspace& workspace() { return workspace_; }
+    TimeQueries& queries() { return queries_; }
+    MCPTools& tools() { return tools_; }
 
 private:
     asio::io_context& io_;

@@ -63,6 +63,15 @@ json agentState(const json&, Controls& controls) {
     return answer;
 }
 
+json windowLink(const json& request, Controls& controls) {
+    Page page = URLCommands::pageNamed(field<std::string>(request, "page").value_or(""));
+    std::optional<std::string> url = controls.windowLink(page);
+    if (!url) return failure(L10n::text("Ce suivi ne sert pas l'interface.", "This tracker does not serve the interface."));
+    json answer = ok;
+    answer["url"] = *url;
+    return answer;
+}
+
 using Handler = std::function<json(const json&, Controls&)>;
 
 const std::map<std::string, Handler, std::less<>>& handlers() {
@@ -82,6 +91,7 @@ const std::map<std::string, Handler, std::less<>>& handlers() {
         {"break-skip", [](const json&, Controls& c) { c.endBreak(true); return ok; }},
         {"link", link},
         {"agent-state", agentState},
+        {"window-link", windowLink},
         {"agent-token", [](const json&, Controls& c) { c.agentTokenChanged(); return ok; }},
     };
     return table;

@@ -15,6 +15,7 @@
 //   {"command": "link", "url": "ombrelo://…"}
 //   {"command": "agent-state"}      answer: "agent_server": {"running", "port", "problem"} or null
 //   {"command": "agent-token"}      the agent server takes the token stored now
+//   {"command": "window-link", "page": "timeline"}   answer: "url", the window's one-time address
 //
 // Answer: {"ok": true}, with "page" for a link that opened one, or
 // {"ok": false, "error": "…"} (the reason in the tracker's language).

@@ -120,6 +120,10 @@ void Controls::endBreak(bool skipped) {
     changeFocus([&](Instant now) { parts_.focus.endBreak(now, skipped); });
 }
 
+std::optional<std::string> Controls::windowLink(Page page) {
+    return parts_.windowLink ? parts_.windowLink(page) : std::nullopt;
+}
+
 void Controls::open(Page page) {
     if (parts_.open) parts_.open(page);
 }

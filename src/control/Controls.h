@@ -61,6 +61,9 @@ public:
         std::function<void()> projectChanged;
         // Shows the main window on a page.
         std::function<void(Page)> open;
+        // The one-time address of the window on a page, where this process
+        // serves the window.
+        std::function<std::optional<std::string>(Page)> windowLink;
         // The tracker's agent server, when it has one: its state, and taking in a
         // token another process made.
         std::function<AgentServerState()> agentServer;
@@ -84,6 +87,8 @@ public:
     void startBreak();
     void endBreak(bool skipped);
     void open(Page page);
+    // Nothing where no window is served in this process.
+    std::optional<std::string> windowLink(Page page);
     // Nothing where no agent server runs in this process.
     std::optional<AgentServerState> agentServer() const;
     void agentTokenChanged();

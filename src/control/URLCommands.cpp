@@ -155,8 +155,9 @@ Page pageNamed(std::string_view name) {
         {"recherche", Page::search},    {"projets", Page::projects},    {"rapports", Page::reports},
         {"reglages", Page::settings},
     };
-    auto found = pages.find(lowerASCII(name));
-    return found == pages.end() ? Page::dashboard : found->second;
+    std::string lowered = lowerASCII(name);
+    if (auto found = pages.find(lowered); found != pages.end()) return found->second;
+    return pageFromRaw(lowered).value_or(Page::dashboard);
 }
 
 } // namespace ombrelo::URLCommands

@@ -34,8 +34,8 @@ Result handle(std::string_view url, Controls& controls);
 // contains it.
 std::optional<Project> find(std::string_view name, const ProjectStore& projects);
 
-// The page a link names ("rapports", "Dashboard", …); anything else is the
-// dashboard.
+// The page a link names, in French or English ("rapports", "Timeline", …);
+// anything else is the dashboard.
 Page pageNamed(std::string_view name);
 
 } // namespace ombrelo::URLCommands
