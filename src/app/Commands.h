@@ -37,10 +37,11 @@ void holidays(CLI::App& program, Session& session);
 void import(CLI::App& program, Session& session);  // import FILE, import list, import undo
 void mcp(CLI::App& program, Session& session);  // mcp serve, enable, disable, token, config
 void backup(CLI::App& program, Session& session);  // backup, backups, restore
+void window(CLI::App& program, Session& session);  // ui
 
 inline constexpr Registration all[] = {status, run, replay, clients, projects, work, stop, active,
                                        categories, rules, corrections, activities, summary, timeline, search,
-                                       manual, billing, report, holidays, import, live, forget, backup, mcp};
+                                       manual, billing, report, holidays, import, live, forget, backup, mcp, window};
 
 } // namespace commands
 } // namespace ombrelo

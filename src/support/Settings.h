@@ -37,6 +37,10 @@ inline constexpr const char* breakEveryMinutes = "breakEveryMinutes";
 inline constexpr const char* mcpEnabled = "mcpEnabled";
 inline constexpr const char* mcpPort = "mcpPort";
 
+// The window's port on 127.0.0.1 (8474 when unset or outside 1024–65535; 0:
+// any free port).
+inline constexpr const char* uiPort = "uiPort";
+
 // Backups: every backup of this many most recent days that have one (0: no
 // automatic backup), and the first of each of this many most recent months.
 inline const PreferenceKey<std::int64_t> backupDays{"backupDays", 14};

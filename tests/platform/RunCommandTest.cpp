@@ -569,6 +569,78 @@ int ping(std::uint16_t port, const std::string& token) {
     return splitReply(client.readAll().bytes).status;
 }
 
+// A GET through the window's gate, as the browser sends it once signed in.
+struct WindowSession {
+    std::uint16_t port = 0;
+    std::string cookie, token;
+
+    HttpReply get(const std::string& target) const {
+        LoopbackClient client(port);
+        client.send("GET " + target + " HTTP/1.1\r\nHost: 127.0.0.1:" + std::to_string(port) + "\r\nCookie: " +
+                    cookie + "\r\nX-Ombrelo-Token: " + token + "\r\n\r\n");
+        return splitReply(client.readAll().bytes);
+    }
+};
+
+// Trades the one-time address for a session, as the browser does.
+std::optional<WindowSession> signIn(const std::string& link) {
+    std::string rest = link.substr(std::string("http://127.0.0.1:").size());
+    WindowSession session{static_cast<std::uint16_t>(std::stoi(rest)), {}, {}};
+    LoopbackClient client(session.port);
+    client.send("GET " + rest.substr(rest.find('/')) + " HTTP/1.1\r\nHost: 127.0.0.1:" +
+                std::to_string(session.port) + "\r\n\r\n");
+    std::string head = splitReply(client.readAll().bytes).head;
+    std::size_t cookie = head.find("Set-Cookie: "), token = head.find("#token=");
+    if (cookie == std::string::npos || token == std::string::npos) return std::nullopt;
+    session.cookie = head.substr(cookie + 12, head.find(';', cookie) - cookie - 12);
+    session.token = head.substr(token + 7, head.find('&', token) - token - 7);
+    return session;
+}
+
+TEST_F(RunCommandTest, TheTrackerServesTheWindowWithWhatItRecordsNow) {
+    StandInLogind logind(systemBus.address());
+    writeFile(home / "config/ombrelo/settings.json", R"({"language": "en", "idleSeconds": 600, "uiPort": 0})");
+    writeFile(home / "browser", "#!/bin/sh\necho \"$1\" > \"$(dirname \"$0\")/opened\"\n");
+    fs::permissions(home / "browser", fs::perms::owner_all);
+    inFront.emplace(*server, TestWindow::Properties{.instance = "exampleedit", .className = "ExampleEdit",
+                                                    .utf8Title = "Draft"});
+    inFront->activate();
+    auto tracker = startTracker({"OMBRELO_SAMPLE_SECONDS=0.2", "BROWSER=" + (home / "browser").string()});
+    waitForRows([](const auto& list) { return list.size() == 1; }, "the first row");
+
+    // `ombrelo ui` gets a one-time address from the tracker through its socket.
+    CommandResult ui = command({"ui", "--print", "timeline"});
+    ASSERT_EQ(ui.status, 0) << ui.err << log();
+    ASSERT_TRUE(ui.out.starts_with("http://127.0.0.1:")) << ui.out;
+    std::optional<WindowSession> window = signIn(ui.out.substr(0, ui.out.find('\n')));
+    ASSERT_TRUE(window) << ui.out;
+
+    // Today's timeline shows the row the tracker is writing, and its end moves on.
+    nlohmann::json day;
+    ASSERT_TRUE(eventually([&] {
+        day = nlohmann::json::parse(window->get("/api/timeline").body, nullptr, false);
+        return !day.is_discarded() && day["blocks"].size() == 1;
+    })) << day.dump();
+    std::string id = std::to_string(day["blocks"][0]["activity_ids"][0].get<std::int64_t>());
+    auto end = [&] {
+        auto answer = nlohmann::json::parse(window->get("/api/activities?ids=" + id).body, nullptr, false);
+        return answer.is_discarded() ? std::string() : answer["activities"][0]["activity"].value("end", "");
+    };
+    std::string first = end();
+    EXPECT_FALSE(first.empty());
+    EXPECT_TRUE(eventually([&] { return end() > first; }, {}, 15s)) << "the window reads the tracker's new writes";
+
+    // A link to a page opens the browser on a fresh address of it.
+    CommandResult link = command({"open", "ombrelo://ouvrir?page=rapports"});
+    ASSERT_EQ(link.status, 0) << link.err;
+    ASSERT_TRUE(eventually([&] { return fs::exists(home / "opened"); })) << log();
+    std::string opened = readFile(home / "opened");
+    EXPECT_NE(opened.find("/open?ticket="), std::string::npos) << opened;
+    EXPECT_NE(opened.find("&page=reports"), std::string::npos) << opened;
+    EXPECT_TRUE(signIn(opened.substr(0, opened.find('\n'))));
+    EXPECT_EQ(tracker->stop(SIGTERM), 0);
+}
+
 TEST_F(RunCommandTest, TheTrackerServesAgentsAsTheSettingsSay) {
     StandInLogind logind(systemBus.address());
     Ports ports;

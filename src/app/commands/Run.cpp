@@ -6,9 +6,12 @@
 // socket answers other commands' requests on it (ControlSocket.h), and
 // SIGINT/SIGTERM end it after closing the current activity, so the last row ends
 // at the moment the tracker stopped. The daily backup alone runs on a thread of
-// its own (AutoBackup.h).
+// its own (AutoBackup.h); the agent server and the window take their requests
+// on threads of their own and answer them on the loop.
 #include "agent/MCPService.h"
-#include "app/AgentHost.h"
+#include "app/ServedModel.h"
+#include "app/window/Browser.h"
+#include "app/window/WindowHost.h"
 #include "app/Commands.h"
 #include "app/Session.h"
 #include "app/FocusOnDesktop.h"
@@ -176,16 +179,21 @@ void track(Session& session) {
     });
     focusTicks.start();
 
-    // Made once the tools exist; the control socket asks after it before then.
+    // Made once the tools exist; the control socket asks after them before then.
     std::unique_ptr<MCPService> agentServer;
+    std::unique_ptr<WindowHost> window;
     Controls controls({.projects = projects,
                        .focus = focus,
                        .preferences = session.preferences(),
                        .clock = session.clock(),
                        .tracker = &tracker,
                        .projectChanged = [&] { inProgress.takeInChanges(); },
-                       // Until the application has a window, the page is named in the log and the answer.
-                       .open = [&](Page page) { log->info("Page demandée : {}", rawValue(page)); },
+                       .open =
+                           [&](Page page) {
+                               if (auto link = window ? window->link(page) : std::nullopt) Browser::open(*link);
+                               else log->warn("Page {} : l'interface n'est pas servie", rawValue(page));
+                           },
+                       .windowLink = [&](Page page) { return window ? window->link(page) : std::nullopt; },
                        .agentServer =
                            [&] {
                                return agentServer ? AgentServerState{agentServer->running(), agentServer->boundPort(),
@@ -196,10 +204,25 @@ void track(Session& session) {
                            [&] {
                                if (agentServer) agentServer->reloadToken();
                            }});
-    AgentHost agents({.io = io, .activities = store, .catalog = catalog, .projects = projects, .controls = controls,
-                      .clock = session.clock(), .currency = Format::currency(session.preferences())});
-    agentServer = std::make_unique<MCPService>(session.preferences(), agents.dispatch(), agents.poster());
+    ServedModel model({.io = io, .activities = store, .catalog = catalog, .projects = projects, .controls = controls,
+                       .clock = session.clock(), .currency = Format::currency(session.preferences())});
+    agentServer = std::make_unique<MCPService>(session.preferences(), model.dispatch(), model.poster());
     agentServer->apply();
+    window = std::make_unique<WindowHost>(io, WindowAPI::Parts{.model = model,
+                                                               .activities = store,
+                                                               .catalog = catalog,
+                                                               .projects = projects,
+                                                               .controls = controls,
+                                                               .preferences = session.preferences(),
+                                                               .clock = session.clock(),
+                                                               .changed = [&] { inProgress.takeInChanges(); }});
+    std::uint16_t windowPort = WindowHost::port(session.preferences());
+    try {
+        window->start(windowPort);
+    } catch (const std::system_error& error) {
+        // Tracking goes on without its window; the log says why.
+        log->error("{}", windowPortUnavailable(windowPort, error.code()));
+    }
     focusDesk.onBreakChoice = [&](FocusOnDesktop::BreakChoice choice) {
         try {
             if (choice == FocusOnDesktop::BreakChoice::endSession) controls.stopFocus();
@@ -233,6 +256,7 @@ void track(Session& session) {
         // The last writes may wait their turn: nothing else runs any more.
         db.setBusyTimeout(5000);
         agentServer->stop();
+        window->stop();
         tracker.quit();
         if (tracker.unsavedWrites() > 0)
             log->error("{} écriture(s) perdue(s) : la base est restée occupée", tracker.unsavedWrites());
