@@ -4,16 +4,12 @@
 // prints what to paste into an agent's configuration.
 #include "agent/MCPService.h"
 #include "agent/MCPToken.h"
-#include "app/ServedModel.h"
 #include "app/Commands.h"
 #include "app/Output.h"
 #include "app/Session.h"
-#include "app/commands/ClassifyArguments.h"
-#include "app/commands/ProjectArguments.h"
+#include "app/commands/ServedAlone.h"
 #include "app/commands/TimeModel.h"
 #include "control/ControlSocket.h"
-#include "focus/FocusController.h"
-#include "reports/Format.h"
 #include "support/L10n.h"
 #include "support/Log.h"
 #include "support/Settings.h"
@@ -49,17 +45,8 @@ void serve(Session& session, const Arguments& arguments) {
     std::uint16_t port = chosenPort(session, arguments.port, true);
     asio::io_context io;
     asio::signal_set stop(io, SIGINT, SIGTERM);
-    Catalog catalog = openCatalog(session);
-    ProjectStore projects = openProjects(session);
-    // Live state is written where a tracker started later (or running now) takes it in.
-    FocusController focus(session.database(), session.preferences(), session.clock());
-    focus.start();
-    Controls controls({.projects = projects, .focus = focus, .preferences = session.preferences(),
-                       .clock = session.clock()});
-    ServedModel host({.io = io, .activities = session.activities(), .catalog = catalog, .projects = projects,
-                    .controls = controls, .clock = session.clock(),
-                    .currency = Format::currency(session.preferences())});
-    MCPServer server(MCPToken::loadOrCreate().value, host.dispatch(), host.poster());
+    ServedAlone served(session, io);
+    MCPServer server(MCPToken::loadOrCreate().value, served.model.dispatch(), served.model.poster());
     try {
         server.start(port);
     } catch (const std::system_error& error) {

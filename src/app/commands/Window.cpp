@@ -4,16 +4,12 @@
 // of opening a browser.
 #include "app/Commands.h"
 #include "app/Output.h"
-#include "app/ServedModel.h"
 #include "app/Session.h"
-#include "app/commands/ClassifyArguments.h"
-#include "app/commands/ProjectArguments.h"
+#include "app/commands/ServedAlone.h"
 #include "app/window/Browser.h"
 #include "app/window/WindowHost.h"
 #include "control/ControlSocket.h"
 #include "control/URLCommands.h"
-#include "focus/FocusController.h"
-#include "reports/Format.h"
 #include "support/L10n.h"
 #include "support/Log.h"
 
@@ -58,28 +54,17 @@ void serve(Session& session, Page page, bool print, std::optional<int> chosenPor
     Log::setDefaultLevel(spdlog::level::info);
     asio::io_context io;
     asio::signal_set stop(io, SIGINT, SIGTERM);
-    Catalog catalog = openCatalog(session);
-    ProjectStore projects = openProjects(session);
-    // Live state is written where a tracker started later takes it in.
-    FocusController focus(session.database(), session.preferences(), session.clock());
-    focus.start();
     std::unique_ptr<WindowHost> window;
-    Controls controls({.projects = projects,
-                       .focus = focus,
-                       .preferences = session.preferences(),
-                       .clock = session.clock(),
-                       .open = [&](Page opened) {
-                           if (auto link = window->link(opened)) show(*link, print);
-                       },
-                       .windowLink = [&](Page opened) { return window->link(opened); }});
-    ServedModel model({.io = io, .activities = session.activities(), .catalog = catalog, .projects = projects,
-                       .controls = controls, .clock = session.clock(),
-                       .currency = Format::currency(session.preferences())});
-    window = std::make_unique<WindowHost>(io, WindowAPI::Parts{.model = model,
+    ServedAlone served(
+        session, io, [&](Page opened) {
+            if (auto link = window->link(opened)) show(*link, print);
+        },
+        [&](Page opened) { return window->link(opened); });
+    window = std::make_unique<WindowHost>(io, WindowAPI::Parts{.model = served.model,
                                                                .activities = session.activities(),
-                                                               .catalog = catalog,
-                                                               .projects = projects,
-                                                               .controls = controls,
+                                                               .catalog = served.catalog,
+                                                               .projects = served.projects,
+                                                               .controls = served.controls,
                                                                .preferences = session.preferences(),
                                                                .clock = session.clock()});
     std::uint16_t port = chosenPort ? static_cast<std::uint16_t>(*chosenPort) : WindowHost::port(session.preferences());
@@ -90,7 +75,7 @@ void serve(Session& session, Page page, bool print, std::optional<int> chosenPor
     }
     std::cerr << L10n::text("Interface servie ici (Ctrl-C pour arrêter)", "Interface served here (Ctrl-C to stop)")
               << std::endl;
-    controls.open(page);
+    served.controls.open(page);
     stop.async_wait([&](std::error_code, int) {
         window->stop();
         io.stop();
