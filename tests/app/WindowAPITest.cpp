@@ -127,6 +127,10 @@ TEST_F(WindowAPITest, ASplitBlockKeepsItsMarksAndItsPartsGoTheirOwnWays) {
     json day = ok("GET", "/api/summary", json::object(), {{"period", "today"}});
     EXPECT_EQ(day["billable_minutes"], 60);
     EXPECT_EQ(day["unassigned_minutes"], 30);
+
+    // Back to the rules, which give it no project.
+    ok("POST", "/api/unassign", {{"activity_ids", {first}}});
+    EXPECT_EQ(ok("GET", "/api/summary", json::object(), {{"period", "today"}})["unassigned_minutes"], 60);
 }
 
 // Lines of a statement are marked one by one: the other line keeps its status.

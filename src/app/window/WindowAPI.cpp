@@ -107,6 +107,7 @@ WindowAPI::WindowAPI(Parts parts)
           {{"POST", "/api/focus"}, &WindowAPI::focus},
           {{"POST", "/api/pause"}, &WindowAPI::pause},
           {{"POST", "/api/assign"}, &WindowAPI::assign},
+          {{"POST", "/api/unassign"}, &WindowAPI::unassign},
           {{"POST", "/api/note"}, &WindowAPI::note},
           {{"POST", "/api/absence"}, &WindowAPI::absence},
           {{"POST", "/api/manual"}, &WindowAPI::manual},
@@ -470,6 +471,12 @@ template <typename Value>
 Value written(const std::optional<Value>& result, const Workspace& workspace) {
     if (!result) throw Refused{409, workspace.writeError().value_or(std::string(L10n::text("Écriture impossible.", "Could not write.")))};
     return *result;
+}
+
+Reply WindowAPI::unassign(const Call& call) {
+    if (!parts_.catalog.clearAssignments(idList(call.body)))
+        throw Refused{409, parts_.catalog.lastError().value_or(std::string(L10n::text("Écriture impossible.", "Could not write.")))};
+    return Reply::json({{"ok", true}});
 }
 
 Reply WindowAPI::note(const Call& call) {

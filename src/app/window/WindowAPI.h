@@ -62,6 +62,7 @@ private:
     ui::Reply focus(const ui::Call&);
     ui::Reply pause(const ui::Call&);
     ui::Reply assign(const ui::Call&);
+    ui::Reply unassign(const ui::Call&);
     ui::Reply note(const ui::Call&);
     ui::Reply absence(const ui::Call&);
     ui::Reply manual(const ui::Call&);

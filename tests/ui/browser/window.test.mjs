@@ -234,7 +234,7 @@ async function main() {
     executablePath: process.env.CHROMIUM || '/usr/bin/chromium',
     headless: true,
     args: ['--no-sandbox', '--disable-gpu', '--disable-quic', '--no-first-run', '--disable-background-networking',
-      '--disable-component-update', '--disable-sync'],
+      '--disable-component-update', '--disable-sync', '--lang=fr-FR'],
   });
   cleanups.push(() => browser.close());
   const page = await browser.newPage();

@@ -113,6 +113,8 @@ const TEXTS = {
   'timeline.projectTitle': ['Projet du bloc', 'Block’s project'],
   'timeline.assign': ['Affecter', 'Assign'],
   'timeline.assigned': ['Bloc affecté.', 'Block assigned.'],
+  'timeline.unassign': ['Revenir au classement automatique', 'Back to automatic classification'],
+  'timeline.unassigned': ['Le bloc suit de nouveau les règles.', 'The block follows the rules again.'],
   'timeline.noteTitle': ['Note', 'Note'],
   'timeline.note': ['Texte de la note', 'Note text'],
   'timeline.saveNote': ['Enregistrer la note', 'Save the note'],
@@ -233,6 +235,7 @@ const TEXTS = {
   'reports.invoice': ['Numéro de facture', 'Invoice number'],
   'reports.markBilled': ['Marquer facturé', 'Mark billed'],
   'reports.markPaid': ['Marquer payé', 'Mark paid'],
+  'reports.markToBill': ['Remettre à facturer', 'Back to bill'],
   'reports.marked': ['Une activité marquée.|{count} activités marquées.', 'One activity marked.|{count} activities marked.'],
 
   'settings.general': ['Général', 'General'],

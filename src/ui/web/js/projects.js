@@ -4,7 +4,7 @@ import { h, append, replace, messageArea, showMessage, field, option, debounce, 
 import { t, labelFor } from './i18n.js';
 import { minutes, amount, number, dateTime, currency } from './format.js';
 import { colour } from './palette.js';
-import { pageHeader, card, gauge, act, loadError, pairs, yesNo } from './widgets.js';
+import { pageHeader, card, gauge, act, saveForm, loadError, pairs, yesNo } from './widgets.js';
 
 const PALETTE = ['teal', 'carmine', 'yellow', 'lavender', 'green', 'peach'];
 
@@ -192,16 +192,10 @@ function projectFormView(state, container, saved) {
       color: colourSelect.value,
     };
     if (editing) body.id = editing.id;
-    const ok = await act(save, message, async () => {
+    await saveForm(save, message, async () => {
       const answer = await post('/api/projects/save', body);
       return t('projects.saved', { name: answer.name || body.name });
-    });
-    if (ok) {
-      const notice = message.textContent;
-      edit(null);
-      showMessage(message, notice, 'ok');
-      await saved();
-    }
+    }, () => edit(null), saved);
   }
 
   edit(null);
@@ -360,13 +354,8 @@ function ruleFormView(state, saved) {
       category_id: category.value ? Number(category.value) : null, project_id: project.value ? Number(project.value) : null,
     };
     if (editing) body.id = editing.id;
-    const ok = await act(save, message, async () => { await post('/api/rules/save', body); return t('rules.saved'); });
-    if (ok) {
-      const notice = message.textContent;
-      edit(null);
-      showMessage(message, notice, 'ok');
-      await saved();
-    }
+    await saveForm(save, message, async () => { await post('/api/rules/save', body); return t('rules.saved'); },
+      () => edit(null), saved);
   }
 
   edit(null);

@@ -180,6 +180,8 @@ function billingForm(report, rowIds, chosen, reload) {
   const invoice = h('input', { type: 'text', name: 'invoice', autocomplete: 'off' });
   const billed = h('button', { type: 'button', class: 'primary', data: { action: 'mark-billed' }, text: t('reports.markBilled') });
   const paid = h('button', { type: 'button', data: { action: 'mark-paid' }, text: t('reports.markPaid') });
+  // A line marked by mistake goes back to what is left to bill.
+  const unmark = h('button', { type: 'button', data: { action: 'mark-tobill' }, text: t('reports.markToBill') });
 
   function ids() {
     if (!chosen.size) return everything;
@@ -200,7 +202,7 @@ function billingForm(report, rowIds, chosen, reload) {
     } else {
       help.textContent = t('reports.nothingToMark');
     }
-    billed.disabled = paid.disabled = !count;
+    billed.disabled = paid.disabled = unmark.disabled = !count;
   }
 
   async function mark(button, status) {
@@ -216,10 +218,11 @@ function billingForm(report, rowIds, chosen, reload) {
 
   billed.addEventListener('click', () => mark(billed, 'billed'));
   paid.addEventListener('click', () => mark(paid, 'paid'));
+  unmark.addEventListener('click', () => mark(unmark, 'tobill'));
   update();
   return {
     node: card(t('reports.billing'), help,
-      h('div', { class: 'inline-form wrap' }, field(t('reports.invoice'), invoice), billed, paid),
+      h('div', { class: 'inline-form wrap' }, field(t('reports.invoice'), invoice), billed, paid, unmark),
       message),
     update,
   };

@@ -280,6 +280,10 @@ function correctionForms(block, state, message, refresh) {
   assign.addEventListener('click', () => run(assign, '/api/assign',
     { activity_ids: ids, project: project.value === 'none' ? 'none' : Number(project.value), dry_run: false }, t('timeline.assigned')));
 
+  // A correction is undone by giving the time back to the rules; its note stays.
+  const automatic = h('button', { type: 'button', data: { action: 'unassign' }, text: t('timeline.unassign') });
+  automatic.addEventListener('click', () => run(automatic, '/api/unassign', { activity_ids: ids }, t('timeline.unassigned')));
+
   const note = h('textarea', { name: 'note', rows: 2, value: block.note || '' });
   const saveNote = h('button', { type: 'button', data: { action: 'note' }, text: t('timeline.saveNote') });
   saveNote.addEventListener('click', () => run(saveNote, '/api/note', { activity_ids: ids, note: note.value }, t('timeline.noteSaved')));
@@ -293,7 +297,7 @@ function correctionForms(block, state, message, refresh) {
   });
 
   const forms = [
-    group(t('timeline.projectTitle'), field(t('common.project'), project), assign),
+    group(t('timeline.projectTitle'), field(t('common.project'), project), assign, block.manual ? automatic : null),
     group(t('timeline.noteTitle'), field(t('timeline.note'), note), saveNote),
   ];
   if (block.kind === 'idle') forms.push(absenceForm(block, state, run));

@@ -77,6 +77,17 @@ export async function act(button, message, fn) {
   }
 }
 
+// Saves a form through `request`; once saved the form is emptied by `reset`, the
+// success notice kept in `message`, and `saved` refreshes what shows the record.
+export async function saveForm(button, message, request, reset, saved) {
+  if (!(await act(button, message, request))) return false;
+  const notice = message.textContent;
+  reset();
+  showMessage(message, notice, 'ok');
+  await saved();
+  return true;
+}
+
 export function loadError(error, retry) {
   return h('div', { class: 'load-error', role: 'alert' },
     h('p', { text: error.message }),
