@@ -50,7 +50,10 @@ export function addDays(day, count) {
 }
 
 export function isDay(text) {
-  return /^\d{4}-\d{2}-\d{2}$/.test(String(text)) && !Number.isNaN(parseDay(text).getTime());
+  if (!/^\d{4}-\d{2}-\d{2}$/.test(String(text))) return false;
+  const date = parseDay(text);
+  // Date.UTC rolls "02-30" over into March: only a day that comes back unchanged exists.
+  return !Number.isNaN(date.getTime()) && isoDay(date) === text;
 }
 
 export function localDay(date = new Date()) {

@@ -320,12 +320,13 @@ export function locale() {
   return current === 'fr' ? 'fr-FR' : 'en-GB';
 }
 
-// "one|{count} many": French counts 0 and 1 as singular, English only 1.
+// "one|{count} many": the first text names a single item ("une activité"), so it fits a
+// count of 1 only, in both languages (zero would otherwise read "une activité").
 function plural(text, count) {
   if (!text.includes('|') || count === undefined) return text;
   const [one, many] = text.split('|');
   const value = Number(String(count).replace(/[^\d]/g, ''));
-  return (current === 'fr' ? value <= 1 : value === 1) ? one : many;
+  return value === 1 ? one : many;
 }
 
 export function textIn(lang, key, vars = {}) {
