@@ -78,6 +78,15 @@ json periodQuery(const Call& call, std::string_view fallback) {
     return arguments;
 }
 
+// A write the store refused or could not make, with the store's reason.
+[[noreturn]] void writeFailed(const std::optional<std::string>& reason) {
+    throw Refused{409, reason.value_or(std::string(L10n::text("Écriture impossible.", "Could not write.")))};
+}
+
+json holidayJSON(const Holiday& holiday) {
+    return {{"date", local::formatDay(holiday.date)}, {"name", Holidays::localizedName(holiday.name)}};
+}
+
 template <typename Enum, typename Parse>
 Enum choice(const Call& call, std::string_view name, std::string_view fallback, Parse parse) {
     std::string raw = call.parameter(name).value_or(std::string(fallback));
@@ -163,7 +172,7 @@ Reply WindowAPI::dashboard(const Call&) {
     TimeQueries& queries = parts_.model.queries();
     json holidays = json::array();
     for (const Holiday& holiday : Holidays::fromPreferences(parts_.preferences).upcoming(3, local::startOfDay(now)))
-        holidays.push_back({{"date", local::formatDay(holiday.date)}, {"name", Holidays::localizedName(holiday.name)}});
+        holidays.push_back(holidayJSON(holiday));
     std::optional<double> pausedUntil = parts_.preferences.number(settings::pausedUntil);
     bool paused = pausedUntil && *pausedUntil > now;
     return Reply::json(
@@ -291,14 +300,24 @@ Reply WindowAPI::projectList(const Call&) {
                           {"rounding", {"none", "quarterHour", "halfHour", "halfDay", "day"}}}}});
 }
 
+// A rule as `rules list --json` gives it, with what it tests and gives in words.
+json WindowAPI::ruleView(const Rule& rule) const {
+    json item = commands::ruleJSON(rule, parts_.catalog, parts_.projects);
+    item["text"] = commands::ruleTest(rule);
+    item["target"] = commands::ruleTarget(rule, parts_.catalog, parts_.projects);
+    return item;
+}
+
+Rule WindowAPI::storedRule(const json& body) const {
+    std::int64_t id = integerField(body, "id").value_or(0);
+    for (const Rule& rule : parts_.catalog.rules())
+        if (rule.id == id) return rule;
+    refuse("Règle introuvable.", "Rule not found.", 404);
+}
+
 Reply WindowAPI::rules(const Call&) {
     json list = json::array();
-    for (const Rule& rule : parts_.catalog.rules()) {
-        json item = commands::ruleJSON(rule, parts_.catalog, parts_.projects);
-        item["text"] = commands::ruleTest(rule);
-        item["target"] = commands::ruleTarget(rule, parts_.catalog, parts_.projects);
-        list.push_back(std::move(item));
-    }
+    for (const Rule& rule : parts_.catalog.rules()) list.push_back(ruleView(rule));
     return Reply::json({{"rules", list},
                         {"categories", categoryList()},
                         {"fields", {"app", "domain", "title", "path", "url"}},
@@ -359,7 +378,7 @@ Reply WindowAPI::report(const Call& call) {
         numeric.push_back(sample && (*sample)[column].numeric());
     json holidayList = json::array();
     for (const Holiday& holiday : built.report.holidays)
-        holidayList.push_back({{"date", local::formatDay(holiday.date)}, {"name", Holidays::localizedName(holiday.name)}});
+        holidayList.push_back(holidayJSON(holiday));
     std::vector<std::int64_t> billable;
     for (const auto& [id, status] : built.statuses)
         if (status != BillingStatus::nonBillable) billable.push_back(id);
@@ -469,13 +488,13 @@ Reply WindowAPI::assign(const Call& call) {
 // The result of a workspace write: its answer, or the reason it failed.
 template <typename Value>
 Value written(const std::optional<Value>& result, const Workspace& workspace) {
-    if (!result) throw Refused{409, workspace.writeError().value_or(std::string(L10n::text("Écriture impossible.", "Could not write.")))};
+    if (!result) writeFailed(workspace.writeError());
     return *result;
 }
 
 Reply WindowAPI::unassign(const Call& call) {
     if (!parts_.catalog.clearAssignments(idList(call.body)))
-        throw Refused{409, parts_.catalog.lastError().value_or(std::string(L10n::text("Écriture impossible.", "Could not write.")))};
+        writeFailed(parts_.catalog.lastError());
     return Reply::json({{"ok", true}});
 }
 
@@ -483,7 +502,7 @@ Reply WindowAPI::note(const Call& call) {
     std::optional<std::string> text = textField(call.body, "note");
     if (text && text->find_first_not_of(" \t") == std::string::npos) text.reset();
     if (!parts_.catalog.setNote(idList(call.body), text))
-        throw Refused{409, parts_.catalog.lastError().value_or(std::string(L10n::text("Écriture impossible.", "Could not write.")))};
+        writeFailed(parts_.catalog.lastError());
     return Reply::json({{"ok", true}});
 }
 
@@ -615,33 +634,19 @@ Rule ruleFrom(const json& body, Rule rule) {
 } // namespace
 
 Reply WindowAPI::saveRule(const Call& call) {
-    Rule rule;
-    if (auto id = integerField(call.body, "id")) {
-        auto found = std::find_if(parts_.catalog.rules().begin(), parts_.catalog.rules().end(),
-                                  [&](const Rule& each) { return each.id == *id; });
-        if (found == parts_.catalog.rules().end()) refuse("Règle introuvable.", "Rule not found.", 404);
-        rule = *found;
-    }
-    rule = ruleFrom(call.body, rule);
+    Rule rule = ruleFrom(call.body, call.body.contains("id") ? storedRule(call.body) : Rule{});
     if (!rule.categoryID && !rule.projectID)
         refuse("Une règle donne une catégorie, un projet ou les deux.", "A rule gives a category, a project or both.");
     if (rule.categoryID && !parts_.catalog.category(*rule.categoryID)) refuse("Catégorie introuvable.", "Category not found.", 404);
     if (rule.projectID && !parts_.projects.project(*rule.projectID)) refuse("Projet introuvable.", "Project not found.", 404);
     std::optional<std::int64_t> id = parts_.catalog.save(rule);
-    if (!id) throw Refused{409, parts_.catalog.lastError().value_or("")};
+    if (!id) writeFailed(parts_.catalog.lastError());
     rule.id = *id;
-    json item = commands::ruleJSON(rule, parts_.catalog, parts_.projects);
-    item["text"] = commands::ruleTest(rule);
-    item["target"] = commands::ruleTarget(rule, parts_.catalog, parts_.projects);
-    return Reply::json(item);
+    return Reply::json(ruleView(rule));
 }
 
 Reply WindowAPI::deleteRule(const Call& call) {
-    std::int64_t id = integerField(call.body, "id").value_or(0);
-    auto found = std::find_if(parts_.catalog.rules().begin(), parts_.catalog.rules().end(),
-                              [&](const Rule& each) { return each.id == id; });
-    if (found == parts_.catalog.rules().end()) refuse("Règle introuvable.", "Rule not found.", 404);
-    if (!parts_.catalog.remove(*found)) throw Refused{409, parts_.catalog.lastError().value_or("")};
+    if (!parts_.catalog.remove(storedRule(call.body))) writeFailed(parts_.catalog.lastError());
     return Reply::json({{"ok", true}});
 }
 
@@ -682,7 +687,7 @@ Reply WindowAPI::markBilling(const Call& call) {
         if (invoice && invoice->find_first_not_of(" \t") == std::string::npos) invoice.reset();
         done = billing_.mark(ids, *parsed, invoice);
     }
-    if (!done) throw Refused{409, billing_.writeError().value_or("")};
+    if (!done) writeFailed(billing_.writeError());
     return Reply::json({{"marked", ids.size()}});
 }
 

@@ -79,6 +79,9 @@ private:
 
     nlohmann::json projectsByRecentUse();
     nlohmann::json categoryList() const;
+    nlohmann::json ruleView(const Rule& rule) const;
+    // The rule whose "id" `body` names; 404 when there is none.
+    Rule storedRule(const nlohmann::json& body) const;
     nlohmann::json projectWithUse(const Project& project, const std::map<std::int64_t, double>& used) const;
     std::optional<Project> projectArgument(const nlohmann::json& value) const;
     std::string currency() const;
