@@ -389,20 +389,24 @@ Activity ActivityTracker::describe(const FrontApp& app) {
     if (!app.id.empty()) activity.bundleID = app.id;
     activity.appName = app.name.empty() ? "Application" : app.name;
     bool pages = desktop_.hasPageContext(app);
-    if (!(pages && desktop_.contextReplacesTitle(app))) activity.title = nonEmpty(desktop_.windowTitle(app));
+    bool titleFromPage = pages && desktop_.contextReplacesTitle(app);
+    if (!titleFromPage) activity.title = nonEmpty(desktop_.windowTitle(app));
     activity.path = nonEmpty(desktop_.documentPath(app));
+    bool privateWindow = false;
     if (pages) {
         if (std::optional<PageContext> page = desktop_.currentPage(app)) {
             activity.domain = nonEmpty(page->domain);
             activity.url = nonEmpty(page->url);
+            if (titleFromPage) activity.title = nonEmpty(page->title);
+            privateWindow = page->privateWindow;
         }
     }
-    conceal(activity);
+    conceal(activity, privateWindow);
     return activity;
 }
 
-void ActivityTracker::conceal(Activity& activity) {
-    if (!desktop_.isPrivate(activity.bundleID, activity.domain, activity.title)) return;
+void ActivityTracker::conceal(Activity& activity, bool privateWindow) {
+    if (!privateWindow && !desktop_.isPrivate(activity.bundleID, activity.domain, activity.title)) return;
     activity.kind = Activity::Kind::privateTime;
     activity.title.reset();
     activity.domain.reset();

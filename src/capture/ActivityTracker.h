@@ -187,7 +187,9 @@ private:
     // The front application's activity as the desktop describes it, private
     // details removed when the privacy rules exclude it.
     Activity describe(const FrontApp& app);
-    void conceal(Activity& activity);
+    // Clears the details of time the privacy rules exclude, or of a private
+    // browser window, and makes it private time.
+    void conceal(Activity& activity, bool privateWindow = false);
     // Makes `next` current from `at` (never before the current one's start),
     // unless it has the current one's details.
     void switchTo(Activity next, Instant at);

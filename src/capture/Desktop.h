@@ -25,6 +25,8 @@ struct FrontApp {
 struct PageContext {
     std::optional<std::string> domain;
     std::optional<std::string> url;
+    std::optional<std::string> title;  // the tab's, where the context replaces the window title
+    bool privateWindow = false;        // a private or incognito window: private time, whatever the rules
 
     bool operator==(const PageContext&) const = default;
 };

@@ -278,10 +278,12 @@ std::set<std::string> X11Desktop::displayAwakeHolders() {
 
 bool X11Desktop::hasPageContext(const FrontApp& app) { return isBrowser(app.id); }
 
-// Until pages are read, the title is all a browser's activity has.
-bool X11Desktop::contextReplacesTitle(const FrontApp&) { return false; }
+// The tab's title is the page's own, without the browser's name the window adds.
+bool X11Desktop::contextReplacesTitle(const FrontApp& app) { return pages_ && pages_->reports(app.pid); }
 
-std::optional<PageContext> X11Desktop::currentPage(const FrontApp&) { return std::nullopt; }
+std::optional<PageContext> X11Desktop::currentPage(const FrontApp& app) {
+    return pages_ ? pages_->page(app.pid) : std::nullopt;
+}
 
 bool X11Desktop::isPrivate(const std::optional<std::string>& appID, const std::optional<std::string>& domain,
                            const std::optional<std::string>& title) {

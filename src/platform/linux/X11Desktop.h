@@ -19,6 +19,8 @@
 // is called; observers are notified from there.
 #pragma once
 
+#include "capture/BrowserPages.h"
+
 #include "capture/Desktop.h"
 
 #include <filesystem>
@@ -95,6 +97,10 @@ public:
     // Handles every event already received or queued, without waiting.
     void dispatchPending();
 
+    // Browsers' pages as their extension reports them; without, a browser's
+    // activity has its window title only.
+    void readPagesFrom(const BrowserPages* pages) { pages_ = pages; }
+
     // Notifications over the session bus (a no-op notifier without one).
     Notifier& notifier();
     // What is followed and where idle time comes from, for the start-up log.
@@ -110,6 +116,7 @@ private:
     void followLockWithoutLogind(const std::string& missing);
 
     std::unique_ptr<Parts> parts_;
+    const BrowserPages* pages_ = nullptr;
     const Preferences& preferences_;
     DesktopObserver* observer_ = nullptr;
 };
