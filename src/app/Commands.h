@@ -38,10 +38,11 @@ void import(CLI::App& program, Session& session);  // import FILE, import list, 
 void mcp(CLI::App& program, Session& session);  // mcp serve, enable, disable, token, config
 void backup(CLI::App& program, Session& session);  // backup, backups, restore
 void window(CLI::App& program, Session& session);  // ui
+void browser(CLI::App& program, Session& session);  // browser-host, browser install, browser uninstall
 
 inline constexpr Registration all[] = {status, run, replay, clients, projects, work, stop, active,
                                        categories, rules, corrections, activities, summary, timeline, search,
-                                       manual, billing, report, holidays, import, live, forget, backup, mcp, window};
+                                       manual, billing, report, holidays, import, live, forget, backup, mcp, window, browser};
 
 } // namespace commands
 } // namespace ombrelo

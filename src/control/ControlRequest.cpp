@@ -23,6 +23,8 @@ std::optional<T> field(const json& request, const char* name) {
     if (found == request.end() || found->is_null()) return std::nullopt;
     if constexpr (std::is_same_v<T, std::string>) {
         if (!found->is_string()) throw BadField{name};
+    } else if constexpr (std::is_same_v<T, bool>) {
+        if (!found->is_boolean()) throw BadField{name};
     } else if constexpr (std::is_integral_v<T>) {
         if (!found->is_number_integer()) throw BadField{name};
     } else {
@@ -72,6 +74,38 @@ json windowLink(const json& request, Controls& controls) {
     return answer;
 }
 
+int browserProcess(const json& request) {
+    std::optional<int> pid = field<int>(request, "pid");
+    if (!pid) throw BadField{"pid"};
+    return *pid;
+}
+
+BrowserReport browserReport(const json& request) {
+    std::optional<double> at = field<double>(request, "at");
+    if (!at) throw BadField{"at"};
+    return {.pid = browserProcess(request),
+            .at = *at,
+            .focused = field<bool>(request, "focused").value_or(true),
+            .incognito = field<bool>(request, "incognito").value_or(false),
+            .url = field<std::string>(request, "url"),
+            .title = field<std::string>(request, "title"),
+            .domain = field<std::string>(request, "domain")};
+}
+
+json browserBlur(const json& request, Controls& controls) {
+    BrowserReport report = browserReport(request);
+    report.focused = false;
+    controls.reportPage(report);
+    return ok;
+}
+
+json browserState(const json&, Controls& controls) {
+    json answer = ok;
+    std::optional<Instant> last = controls.lastPageReport();
+    answer["last_page_report"] = last ? json(*last) : json(nullptr);
+    return answer;
+}
+
 using Handler = std::function<json(const json&, Controls&)>;
 
 const std::map<std::string, Handler, std::less<>>& handlers() {
@@ -92,6 +126,10 @@ const std::map<std::string, Handler, std::less<>>& handlers() {
         {"link", link},
         {"agent-state", agentState},
         {"window-link", windowLink},
+        {"browser-page", [](const json& r, Controls& c) { c.reportPage(browserReport(r)); return ok; }},
+        {"browser-blur", browserBlur},
+        {"browser-gone", [](const json& r, Controls& c) { c.browserClosed(browserProcess(r)); return ok; }},
+        {"browser-state", browserState},
         {"agent-token", [](const json&, Controls& c) { c.agentTokenChanged(); return ok; }},
     };
     return table;

@@ -16,6 +16,11 @@
 //   {"command": "agent-state"}      answer: "agent_server": {"running", "port", "problem"} or null
 //   {"command": "agent-token"}      the agent server takes the token stored now
 //   {"command": "window-link", "page": "timeline"}   answer: "url", the window's one-time address
+//   {"command": "browser-page", "pid": 4242, "at": 1763880000.5, "focused": true, "incognito": false,
+//    "url": "https://…", "title": "…", "domain": "…"}   the browser extension's report (browser-host)
+//   {"command": "browser-blur", "pid": 4242, "at": …}   no window of that browser has the focus
+//   {"command": "browser-gone", "pid": 4242}             that browser closed, or its extension stopped
+//   {"command": "browser-state"}    answer: "last_page_report", seconds since 1970 or null
 //
 // Answer: {"ok": true}, with "page" for a link that opened one, or
 // {"ok": false, "error": "…"} (the reason in the tracker's language).

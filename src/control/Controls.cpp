@@ -120,6 +120,21 @@ void Controls::endBreak(bool skipped) {
     changeFocus([&](Instant now) { parts_.focus.endBreak(now, skipped); });
 }
 
+void Controls::reportPage(const BrowserReport& report) {
+    if (!parts_.pages || !parts_.pages->take(report, parts_.clock.now())) return;
+    if (parts_.pageChanged) parts_.pageChanged();
+}
+
+void Controls::browserClosed(int pid) {
+    if (!parts_.pages) return;
+    parts_.pages->forget(pid);
+    if (parts_.pageChanged) parts_.pageChanged();
+}
+
+std::optional<Instant> Controls::lastPageReport() const {
+    return parts_.pages ? parts_.pages->lastReport() : std::nullopt;
+}
+
 std::optional<std::string> Controls::windowLink(Page page) {
     return parts_.windowLink ? parts_.windowLink(page) : std::nullopt;
 }

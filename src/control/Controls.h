@@ -9,6 +9,7 @@
 #pragma once
 
 #include "billing/ProjectStore.h"
+#include "capture/BrowserPages.h"
 #include "support/Clock.h"
 
 #include <cstdint>
@@ -68,6 +69,10 @@ public:
         // token another process made.
         std::function<AgentServerState()> agentServer;
         std::function<void()> agentTokenChanged;
+        // The browsers' pages, where this process follows them (the tracker), and
+        // what takes a change of page in at once.
+        BrowserPages* pages = nullptr;
+        std::function<void()> pageChanged;
     };
 
     explicit Controls(Parts parts) : parts_(std::move(parts)) {}
@@ -92,6 +97,13 @@ public:
     // Nothing where no agent server runs in this process.
     std::optional<AgentServerState> agentServer() const;
     void agentTokenChanged();
+    // A report of the browser extension; dropped where pages are not followed,
+    // or when it is stale.
+    void reportPage(const BrowserReport& report);
+    void browserClosed(int pid);
+    // When the last report was taken; nothing where pages are not followed or
+    // none came.
+    std::optional<Instant> lastPageReport() const;
 
 private:
     // Runs a focus change, turning a database failure into a ControlFailure.

@@ -13,6 +13,7 @@
 #include <sys/socket.h>
 #include <netinet/in.h>
 #include <sys/un.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -26,6 +27,7 @@ namespace fs = std::filesystem;
 struct Row {
     std::string bundleID, appName, title, kind, path;
     double start = 0, end = 0;
+    std::string domain;
 };
 
 std::string column(sqlite3_stmt* statement, int index) {
@@ -42,12 +44,13 @@ std::vector<Row> rows(const fs::path& database) {
     }
     sqlite3_busy_timeout(db, 2000);
     sqlite3_stmt* statement = nullptr;
-    if (sqlite3_prepare_v2(db, "SELECT bundle_id, app_name, title, kind, path, start, end FROM activity ORDER BY start, id",
+    if (sqlite3_prepare_v2(db, "SELECT bundle_id, app_name, title, kind, path, start, end, domain FROM activity "
+                           "ORDER BY start, id",
                            -1, &statement, nullptr) == SQLITE_OK) {
         while (sqlite3_step(statement) == SQLITE_ROW)
             result.push_back({column(statement, 0), column(statement, 1), column(statement, 2), column(statement, 3),
                               column(statement, 4), sqlite3_column_double(statement, 5),
-                              sqlite3_column_double(statement, 6)});
+                              sqlite3_column_double(statement, 6), column(statement, 7)});
     }
     sqlite3_finalize(statement);
     sqlite3_close(db);
@@ -639,6 +642,70 @@ TEST_F(RunCommandTest, TheTrackerServesTheWindowWithWhatItRecordsNow) {
     EXPECT_NE(opened.find("&page=reports"), std::string::npos) << opened;
     EXPECT_TRUE(signIn(opened.substr(0, opened.find('\n'))));
     EXPECT_EQ(tracker->stop(SIGTERM), 0);
+}
+
+// A native message as a browser writes it to its host.
+std::string nativeMessage(const nlohmann::json& body) {
+    std::string text = body.dump();
+    auto length = static_cast<std::uint32_t>(text.size());
+    return std::string(reinterpret_cast<const char*>(&length), sizeof length) + text;
+}
+
+TEST_F(RunCommandTest, SitesReportedByTheBrowserReachTheRowsAtOnceAndPrivateWindowsLeaveNothing) {
+    StandInLogind logind(systemBus.address());
+    writeFile(home / "config/ombrelo/settings.json", R"({"language": "en", "idleSeconds": 600})");
+    // The browser's window belongs to this process, which starts the host as a browser does.
+    inFront.emplace(*server, TestWindow::Properties{.instance = "chromium", .className = "Chromium",
+                                                    .utf8Title = "Page Alpha - Chromium", .pid = ::getpid()});
+    inFront->activate();
+    auto tracker = startTracker();  // samples every 5 s: the rows below come from the reports themselves
+    waitForRows([](const auto& list) { return list.size() == 1; }, "the browser's first row");
+    EXPECT_NE(command({"status"}).out.find("not seen"), std::string::npos);
+
+    // The host lives as long as the browser: its input stays open between reports.
+    fs::path pipe = home / "messages";
+    ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+    struct Host {
+        std::thread process;
+        std::FILE* input = nullptr;
+        // The browser closes (also when a check fails half-way).
+        void close() {
+            if (input) std::fclose(input);
+            input = nullptr;
+            if (process.joinable()) process.join();
+        }
+        ~Host() { close(); }
+    } host;
+    host.process =
+        std::thread([&] { runOmbrelo(home.path(), {"browser-host"}, {"OMBRELO_DB=" + database.string()}, pipe); });
+    host.input = std::fopen(pipe.c_str(), "w");
+    ASSERT_TRUE(host.input);
+    auto report = [&](nlohmann::json message) {
+        message["at"] = wallClock() * 1000;
+        std::string bytes = nativeMessage(message);
+        std::fwrite(bytes.data(), 1, bytes.size(), host.input);
+        std::fflush(host.input);
+    };
+    report({{"kind", "page"}, {"url", "https://alpha.test/a"}, {"title", "Page Alpha"}});
+    waitForRows([](const auto& list) { return !list.empty() && list.back().domain == "alpha.test"; },
+                "the page's row");
+    EXPECT_EQ(rows(database).back().title, "Page Alpha") << "the tab's title, without the browser's name";
+    report({{"kind", "page"}, {"incognito", true}, {"url", "https://secret.test/"}, {"title", "Secret"}});
+    waitForRows([](const auto& list) { return !list.empty() && list.back().kind == "private"; },
+                "private time for the private window");
+    EXPECT_NE(command({"status"}).out.find("seen (browser extension"), std::string::npos);
+    // The browser closes: its last page is in front of nothing, and the window's title is back.
+    host.close();
+    waitForRows([](const auto& list) { return !list.empty() && list.back().title == "Page Alpha - Chromium"; },
+                "the window's title once the browser's host is gone");
+    EXPECT_EQ(tracker->stop(SIGTERM), 0);
+
+    for (const Row& row : rows(database)) {
+        EXPECT_EQ(row.title.find("Secret"), std::string::npos);
+        EXPECT_NE(row.domain, "secret.test");
+    }
+    EXPECT_EQ(sqlText(database, "SELECT COUNT(*) FROM activity WHERE url LIKE '%secret%' OR title LIKE '%Secret%'"),
+              "0");
 }
 
 TEST_F(RunCommandTest, TheTrackerServesAgentsAsTheSettingsSay) {

@@ -80,7 +80,7 @@ ScopedEnvironment::~ScopedEnvironment() {
 }
 
 CommandResult runOmbrelo(const fs::path& home, const std::vector<std::string>& arguments,
-                         const std::vector<std::string>& environment) {
+                         const std::vector<std::string>& environment, const std::optional<fs::path>& input) {
     fs::path outFile = home / ".ombrelo-out", errFile = home / ".ombrelo-err";
     fs::create_directories(home / "run");
     fs::permissions(home / "run", fs::perms::owner_all);
@@ -91,7 +91,7 @@ CommandResult runOmbrelo(const fs::path& home, const std::vector<std::string>& a
         int err = ::open(errFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
         ::dup2(out, 1);
         ::dup2(err, 2);
-        int in = ::open("/dev/null", O_RDONLY);
+        int in = ::open(input ? input->c_str() : "/dev/null", O_RDONLY);
         ::dup2(in, 0);
         ::setenv("HOME", home.c_str(), 1);
         ::setenv("XDG_DATA_HOME", (home / "data").c_str(), 1);

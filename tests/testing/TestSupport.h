@@ -68,10 +68,12 @@ struct CommandResult {
 };
 
 // Runs the built `ombrelo` with `arguments`, in a private XDG data, config and
-// runtime folder under `home`, with extra environment "KEY=value" entries. A
-// command still running after commandTimeout is killed (status -1).
+// runtime folder under `home`, with extra environment "KEY=value" entries and
+// `input` (a file) as its standard input. A command still running after
+// commandTimeout is killed (status -1).
 CommandResult runOmbrelo(const std::filesystem::path& home, const std::vector<std::string>& arguments,
-                         const std::vector<std::string>& environment = {});
+                         const std::vector<std::string>& environment = {},
+                         const std::optional<std::filesystem::path>& input = std::nullopt);
 
 std::string readFile(const std::filesystem::path& file);
 void writeFile(const std::filesystem::path& file, const std::string& text);

@@ -156,6 +156,10 @@ void track(Session& session) {
 
     AutoBackup dailyBackup(db.path(), session.preferences(), session.clock());
 
+    // Sites as the browser extension reports them (ombrelo browser-host).
+    BrowserPages pages;
+    desktop->readPagesFrom(&pages);
+
     desktop->attach(io);
     tracker.start();
     desktop->dispatchPending();
@@ -203,7 +207,10 @@ void track(Session& session) {
                        .agentTokenChanged =
                            [&] {
                                if (agentServer) agentServer->reloadToken();
-                           }});
+                           },
+                       .pages = &pages,
+                       // A new page in front starts its activity at once, not at the next sample.
+                       .pageChanged = [&] { tracker.checkTitle(session.clock().now()); }});
     ServedModel model({.io = io, .activities = store, .catalog = catalog, .projects = projects, .controls = controls,
                        .clock = session.clock(), .currency = Format::currency(session.preferences())});
     agentServer = std::make_unique<MCPService>(session.preferences(), model.dispatch(), model.poster());

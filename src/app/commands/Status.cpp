@@ -26,6 +26,7 @@ struct StatusReport {
     bool agentsEnabled = false;
     std::uint16_t agentPort = 0;
     std::optional<AgentServerState> agentServer;  // what the running tracker says of it
+    std::optional<Instant> lastPageReport;        // the browser extension's, as the running tracker took it
     BackupState backups;
     Instant now;
 };
@@ -45,6 +46,17 @@ std::optional<AgentServerState> askAgentServer(Session& session) {
     }
 }
 
+// When the running tracker last heard from the browser extension.
+std::optional<Instant> askLastPageReport(Session& session) {
+    try {
+        auto answer = ControlClient::send(controlSocketFor(session.databasePath()), {{"command", "browser-state"}});
+        if (!answer || !(*answer)["last_page_report"].is_number()) return std::nullopt;
+        return (*answer)["last_page_report"].get<double>();
+    } catch (const std::exception&) {
+        return std::nullopt;
+    }
+}
+
 StatusReport gather(Session& session) {
     Database& db = session.database();
     StatusReport report{session.databasePath().string(), db.userVersion(),
@@ -55,6 +67,7 @@ StatusReport gather(Session& session) {
     report.agentsEnabled = MCPService::enabled(session.preferences());
     report.agentPort = MCPService::port(session.preferences());
     if (report.tracker && report.agentsEnabled) report.agentServer = askAgentServer(session);
+    if (report.tracker) report.lastPageReport = askLastPageReport(session);
     report.backups = backupState(session);
     report.now = session.clock().now();
     return report;
@@ -72,6 +85,17 @@ std::string agentServerText(const StatusReport& report) {
         return std::string(L10n::text("en service sur ", "serving on ")) + "127.0.0.1:" +
                std::to_string(report.agentServer->port);
     return std::string(L10n::text("activé, pas encore en service", "on, not serving yet"));
+}
+
+// Whether the tracker sees browsers' sites, or only their window titles.
+std::string sitesText(const StatusReport& report) {
+    if (report.lastPageReport)
+        return std::string(L10n::text("vus (extension de navigateur, dernier rapport ",
+                                      "seen (browser extension, last report ")) +
+               dayAndTime(*report.lastPageReport) + ")";
+    return std::string(L10n::text("non vus : les navigateurs sont suivis par le titre de leurs fenêtres "
+                                  "(ombrelo browser install)",
+                                  "not seen: browsers are followed by their window titles (ombrelo browser install)"));
 }
 
 void render(const StatusReport& report, bool asJSON) {
@@ -93,7 +117,9 @@ void render(const StatusReport& report, bool asJSON) {
               {"port", report.agentPort},
               {"running", report.agentServer && report.agentServer->running},
               {"problem", report.agentServer && report.agentServer->problem ? nlohmann::json(*report.agentServer->problem)
-                                                                            : nlohmann::json(nullptr)}}}};
+                                                                            : nlohmann::json(nullptr)}}},
+            {"sites_seen", report.lastPageReport.has_value()},
+            {"last_page_report", optionalTime(report.lastPageReport)}};
         document.update(backupStatusJSON(report.backups, report.now));
         return output::json(document);
     }
@@ -113,6 +139,7 @@ void render(const StatusReport& report, bool asJSON) {
                                        std::to_string(*report.tracker) + ")"
                                  : std::string(L10n::text("arrêté (ombrelo run)", "not running (ombrelo run)")));
     output::field(L10n::text("Serveur agents", "Agent server"), agentServerText(report));
+    output::field(L10n::text("Sites", "Sites"), sitesText(report));
     printBackupStatus(report.backups, report.now);
 }
 
