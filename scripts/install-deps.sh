@@ -11,8 +11,8 @@ packages=(
   xvfb openbox xdotool x11-utils dbus dbus-x11 sqlite3 tzdata locales
   # real readers of the exported files
   python3 python3-openpyxl unzip libxml2-utils
-  # the browser the window's tests drive
-  chromium
+  # the browsers the window's and the extension's tests drive
+  chromium firefox-esr
 )
 
 # Node.js and npm run the agent tests' official MCP client; a Node.js already
