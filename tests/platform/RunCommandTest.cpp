@@ -654,6 +654,8 @@ std::string nativeMessage(const nlohmann::json& body) {
 TEST_F(RunCommandTest, SitesReportedByTheBrowserReachTheRowsAtOnceAndPrivateWindowsLeaveNothing) {
     StandInLogind logind(systemBus.address());
     writeFile(home / "config/ombrelo/settings.json", R"({"language": "en", "idleSeconds": 600})");
+    ASSERT_EQ(command({"projects", "add", "Refonte"}).status, 0);
+    ASSERT_EQ(command({"rules", "add", "domain", "alpha.test", "--project", "Refonte"}).status, 0);
     // The browser's window belongs to this process, which starts the host as a browser does.
     inFront.emplace(*server, TestWindow::Properties{.instance = "chromium", .className = "Chromium",
                                                     .utf8Title = "Page Alpha - Chromium", .pid = ::getpid()});
@@ -690,6 +692,11 @@ TEST_F(RunCommandTest, SitesReportedByTheBrowserReachTheRowsAtOnceAndPrivateWind
     waitForRows([](const auto& list) { return !list.empty() && list.back().domain == "alpha.test"; },
                 "the page's row");
     EXPECT_EQ(rows(database).back().title, "Page Alpha") << "the tab's title, without the browser's name";
+    // The site rule classifies the live row as it would a replayed one.
+    std::optional<std::string> id = sqlText(database, "SELECT id FROM activity WHERE domain = 'alpha.test'");
+    ASSERT_TRUE(id);
+    nlohmann::json explained = nlohmann::json::parse(command({"explain", *id, "--json"}).out, nullptr, false);
+    EXPECT_EQ(explained["activity"]["project"], "Refonte") << explained.dump();
     report({{"kind", "page"}, {"incognito", true}, {"url", "https://secret.test/"}, {"title", "Secret"}});
     waitForRows([](const auto& list) { return !list.empty() && list.back().kind == "private"; },
                 "private time for the private window");
