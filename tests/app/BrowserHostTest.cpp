@@ -4,6 +4,7 @@
 // without stopping the host; private pages and addresses that are not http
 // never get past it.
 #include "control/BrowserMessage.h"
+#include "testing/Processes.h"
 #include "testing/TestSupport.h"
 
 #include <gtest/gtest.h>
@@ -133,6 +134,37 @@ TEST(BrowserHost, WithoutATrackerReportsAreLostQuietly) {
                             home / "input");
     EXPECT_EQ(hosted.status, 0) << hosted.err;
     EXPECT_FALSE(fs::exists(home / "db.sqlite")) << "the host never opens the database";
+}
+
+// Each browser with a profile is told where the host is; uninstalling takes it all back.
+TEST(BrowserInstall, DeclaresTheHostToTheBrowsersFoundAndTakesItBack) {
+    testing::TempDir home;
+    fs::create_directories(home / "config/chromium");
+    fs::create_directories(home / ".mozilla");
+    testing::CommandResult installed = testing::runOmbrelo(home.path(), {"browser", "install"});
+    ASSERT_EQ(installed.status, 0) << installed.err;
+
+    fs::path launcher = home / "data/ombrelo/browser-host";
+    json chromium = json::parse(testing::readFile(home / "config/chromium/NativeMessagingHosts/fr.ombrelo.browser.json"));
+    json firefox = json::parse(testing::readFile(home / ".mozilla/native-messaging-hosts/fr.ombrelo.browser.json"));
+    EXPECT_EQ(chromium["name"], "fr.ombrelo.browser");
+    EXPECT_EQ(chromium["type"], "stdio");
+    EXPECT_EQ(chromium["path"], launcher.string());
+    EXPECT_EQ(chromium["allowed_origins"], json({"chrome-extension://pagijkklcjcgobdabpdfcpanhogpdolp/"}));
+    EXPECT_EQ(firefox["allowed_extensions"], json({"browser@ombrelo.fr"}));
+    EXPECT_FALSE(fs::exists(home / "config/google-chrome")) << "a browser without a profile is left alone";
+    EXPECT_NE(installed.out.find("src/browser/extension"), std::string::npos) << installed.out;
+
+    // The launcher runs this very program as the host.
+    EXPECT_TRUE((fs::status(launcher).permissions() & fs::perms::owner_exec) != fs::perms::none);
+    EXPECT_NE(testing::readFile(launcher).find(std::string(OMBRELO_BINARY) + "' browser-host"), std::string::npos);
+    EXPECT_EQ(testing::runProgram({launcher.string(), "--socket-path"}, {"XDG_RUNTIME_DIR=" + (home / "run").string()}),
+              0);
+
+    ASSERT_EQ(testing::runOmbrelo(home.path(), {"browser", "uninstall"}).status, 0);
+    EXPECT_FALSE(fs::exists(home / "config/chromium/NativeMessagingHosts/fr.ombrelo.browser.json"));
+    EXPECT_FALSE(fs::exists(home / ".mozilla/native-messaging-hosts/fr.ombrelo.browser.json"));
+    EXPECT_FALSE(fs::exists(launcher));
 }
 
 } // namespace

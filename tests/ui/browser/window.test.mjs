@@ -141,6 +141,18 @@ async function totalsMatchTheCommandLine(page) {
   assert.equal(await metric(page, 'report.rows'), report.lignes.length);
 }
 
+// The agent token is shown only when asked for, with configurations ready to paste.
+async function agentTokenOnDemand(page) {
+  await visit(page, 'settings');
+  assert.equal(await page.$('pre.token'), null, 'not shown before it is asked for');
+  await page.click('button[data-action="show-token"]');
+  await page.waitForSelector('pre.token', { timeout: 15000 });
+  const shown = await page.$$eval('pre', (blocks) => blocks.map((block) => block.textContent));
+  assert.match(shown[0], /^[0-9a-f]{64}$/);
+  assert.ok(shown.some((text) => JSON.parse(text.startsWith('{') ? text : '{}').mcpServers?.ombrelo), shown.join('\n'));
+  assert.ok(shown.some((text) => text.startsWith('claude mcp add --transport http ombrelo http://127.0.0.1:')));
+}
+
 // A block without project gets one from its detail, as a manual correction.
 async function assignFromTheTimeline(page) {
   await visit(page, 'timeline');
@@ -253,6 +265,7 @@ async function main() {
   assert.ok(!page.url().includes('token='), 'the token leaves the address bar');
   await screenshots(page);
   await totalsMatchTheCommandLine(page);
+  await agentTokenOnDemand(page);
   await assignFromTheTimeline(page);
   await downloadAStatement(page);
   await strangersAreRefused(page, port);

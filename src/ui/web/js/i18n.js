@@ -254,6 +254,8 @@ const TEXTS = {
   'agent.confirmRegenerate': ['Régénérer le jeton ? Les agents configurés avec l’ancien ne pourront plus se connecter.', 'Regenerate the token? Agents set up with the old one will no longer connect.'],
   'agent.regenerated': ['Nouveau jeton créé.', 'New token created.'],
   'agent.token': ['Jeton', 'Token'],
+  'agent.config.desktop': ['Fichier de configuration d’un client de bureau', 'A desktop client’s configuration file'],
+  'agent.config.command_line': ['En ligne de commande', 'On the command line'],
 
   'period.today': ['Aujourd’hui', 'Today'],
   'period.yesterday': ['Hier', 'Yesterday'],

@@ -167,7 +167,11 @@ function tokenBlock() {
 function tokenView(answer) {
   return [
     h('h3', { class: 'plain', text: t('agent.token') }), h('pre', { class: 'token', text: answer.token || '' }),
-    Object.entries(answer.configs || {}).map(([name, text]) => [h('h3', { class: 'plain', text: name }), h('pre', { text })]),
+    // A desktop client's configuration file is JSON; the command line's entry is a line to paste.
+    Object.entries(answer.configs || {}).map(([name, config]) => [
+      h('h3', { class: 'plain', text: t(`agent.config.${name}`) }),
+      h('pre', { text: typeof config === 'string' ? config : JSON.stringify(config, null, 2) }),
+    ]),
   ];
 }
 
