@@ -1,25 +1,14 @@
 // The time from asking for a page of the window to its being usable (its data
 // shown: main#page[data-ready]), in headless Chromium, cold (first load of the
-// page) then warm (median of 7 reloads). puppeteer-core comes from the browser
-// tests' packages (scripts/install-test-clients.sh).
+// page) then warm (median of 7 reloads), with the browser tests' launcher and
+// packages (scripts/install-test-clients.sh).
 //
 //   node bench/window-page.mjs PORT COOKIE TOKEN PAGE...
-import { createRequire } from 'node:module';
-import { dirname, join } from 'node:path';
-import { fileURLToPath, pathToFileURL } from 'node:url';
-
-const here = dirname(fileURLToPath(import.meta.url));
-const packages = createRequire(join(here, '../tests/ui/browser/package.json'));
-const { default: puppeteer } = await import(pathToFileURL(packages.resolve('puppeteer-core')).href);
+import { launchChromium } from '../tests/ui/browser/support.mjs';
 
 const [port, cookie, token, ...pages] = process.argv.slice(2);
 const origin = `http://127.0.0.1:${port}`;
-const browser = await puppeteer.launch({
-  executablePath: process.env.CHROMIUM || '/usr/bin/chromium',
-  headless: true,
-  args: ['--no-sandbox', '--disable-gpu', '--disable-quic', '--no-first-run', '--disable-background-networking',
-    '--disable-component-update', '--disable-sync'],
-});
+const browser = await launchChromium();
 try {
   const page = await browser.newPage();
   await page.setViewport({ width: 1280, height: 900 });

@@ -8,17 +8,17 @@
 // start) are checked first against a fake browser.
 //
 //   node extension.test.mjs --ombrelo PATH --extension DIR [--firefox PATH]
-import puppeteer from 'puppeteer-core';
 import assert from 'node:assert/strict';
 import { execFileSync } from 'node:child_process';
 import { createHash } from 'node:crypto';
-import { chmodSync, existsSync, mkdirSync, mkdtempSync, readFileSync, rmSync, writeFileSync } from 'node:fs';
+import { chmodSync, existsSync, mkdirSync, mkdtempSync, readFileSync, writeFileSync } from 'node:fs';
 import http from 'node:http';
 import net from 'node:net';
 import { tmpdir } from 'node:os';
 import { dirname, join, resolve } from 'node:path';
 import { parseArgs } from 'node:util';
 import vm from 'node:vm';
+import { launchChromium, puppeteer, run, until as untilWithin } from './support.mjs';
 
 const { values: options } = parseArgs({
   options: {
@@ -48,16 +48,7 @@ function extensionId(key) {
   return [...digest].map((c) => String.fromCharCode(97 + parseInt(c, 16))).join('');
 }
 
-// Polls `condition` until it holds, failing with `what` after 20 s.
-async function until(condition, what) {
-  const deadline = Date.now() + 20000;
-  for (;;) {
-    const value = await condition();
-    if (value) return value;
-    if (Date.now() > deadline) throw new Error(`timed out: ${what}`);
-    await new Promise((r) => setTimeout(r, 50));
-  }
-}
+const until = (condition, what) => untilWithin(condition, what, 20000);
 
 // ---------------------------------------------------------------------------
 // The worker against a fake browser.
@@ -454,15 +445,12 @@ async function extensionInChromium(received, sites) {
   writeFileSync(join(profile, 'Default', 'Preferences'),
     JSON.stringify({ extensions: { settings: { [id]: { incognito: true } } } }));
   const extension = options.extension;
-  const browser = await puppeteer.launch({
-    executablePath: process.env.CHROMIUM || '/usr/bin/chromium',
-    headless: true,
+  const browser = await launchChromium({
     userDataDir: profile,
     env,
     ignoreDefaultArgs: ['--disable-extensions'],
-    args: ['--no-sandbox', '--disable-gpu', '--disable-quic', '--no-first-run', '--disable-background-networking',
-      '--disable-component-update', '--disable-sync', `--disable-extensions-except=${extension}`,
-      `--load-extension=${extension}`, '--host-resolver-rules=MAP alpha.test 127.0.0.1,MAP beta.test 127.0.0.1'],
+    args: [`--disable-extensions-except=${extension}`, `--load-extension=${extension}`,
+      '--host-resolver-rules=MAP alpha.test 127.0.0.1,MAP beta.test 127.0.0.1'],
   });
   const seen = following('Chromium', received, browser);
   const worker = await browser.waitForTarget((t) => t.type() === 'service_worker', { timeout: 20000 });
@@ -553,7 +541,7 @@ function manifestAsksForLittle() {
 }
 
 
-try {
+async function main() {
   manifestAsksForLittle();
   await workerAgainstAFakeBrowser();
   const received = await standInTracker();
@@ -564,13 +552,6 @@ try {
   } else {
     console.log(`no ${options.firefox}: Firefox not tried`);
   }
-  console.log('extension in the browser: all checks passed');
-} catch (error) {
-  console.error(error);
-  process.exitCode = 1;
-} finally {
-  for (const cleanup of cleanups.reverse()) {
-    try { await cleanup(); } catch { /* already gone */ }
-  }
-  rmSync(work, { recursive: true, force: true });
 }
+
+await run(main, 'extension in the browser: all checks passed', cleanups, work);

@@ -6,14 +6,14 @@
 // Screenshots of every page in both schemes are left in --out.
 //
 //   node window.test.mjs --ombrelo PATH --source DIR --out DIR
-import puppeteer from 'puppeteer-core';
 import assert from 'node:assert/strict';
 import { execFileSync, spawn } from 'node:child_process';
-import { mkdirSync, mkdtempSync, readFileSync, readdirSync, rmSync, writeFileSync } from 'node:fs';
+import { mkdirSync, mkdtempSync, readFileSync, readdirSync, writeFileSync } from 'node:fs';
 import http from 'node:http';
 import { tmpdir } from 'node:os';
 import { join } from 'node:path';
 import { parseArgs } from 'node:util';
+import { launchChromium, run, until as untilWithin } from './support.mjs';
 
 const { values: options } = parseArgs({
   options: { ombrelo: { type: 'string' }, source: { type: 'string' }, out: { type: 'string' } },
@@ -69,14 +69,7 @@ function serveWindow() {
   });
 }
 
-// Polls `condition` until it holds, failing with `what` after 15 s.
-async function until(condition, what) {
-  const deadline = Date.now() + 15000;
-  while (!(await condition())) {
-    if (Date.now() > deadline) throw new Error(`timed out: ${what}`);
-    await new Promise((r) => setTimeout(r, 50));
-  }
-}
+const until = (condition, what) => untilWithin(condition, what, 15000);
 
 async function pageReady(page, name) {
   await page.waitForSelector(`main#page[data-page="${name}"][data-ready="true"]`, { timeout: 15000 });
@@ -247,12 +240,7 @@ async function main() {
   prepareDatabase();
   const link = await serveWindow();
   const port = Number(new URL(link).port);
-  const browser = await puppeteer.launch({
-    executablePath: process.env.CHROMIUM || '/usr/bin/chromium',
-    headless: true,
-    args: ['--no-sandbox', '--disable-gpu', '--disable-quic', '--no-first-run', '--disable-background-networking',
-      '--disable-component-update', '--disable-sync', '--lang=fr-FR'],
-  });
+  const browser = await launchChromium({ args: ['--lang=fr-FR'] });
   cleanups.push(() => browser.close());
   const page = await browser.newPage();
   await page.setViewport({ width: 1280, height: 900 });
@@ -273,15 +261,4 @@ async function main() {
   assert.deepEqual(problems, [], 'no script error on the window');
 }
 
-try {
-  await main();
-  console.log('window in the browser: all checks passed');
-} catch (error) {
-  console.error(error);
-  process.exitCode = 1;
-} finally {
-  for (const cleanup of cleanups.reverse()) {
-    try { await cleanup(); } catch { /* already gone */ }
-  }
-  rmSync(work, { recursive: true, force: true });
-}
+await run(main, 'window in the browser: all checks passed', cleanups, work);
