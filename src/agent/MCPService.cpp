@@ -15,13 +15,15 @@ MCPService::MCPService(Preferences& preferences, MCPServer::Dispatch dispatch, M
       postToMain_(std::move(postToMain)),
       limits_(limits) {}
 
+std::string MCPService::address(std::uint16_t port) { return fmt::format("http://127.0.0.1:{}/mcp", port); }
+
 nlohmann::json MCPService::clientConfigurations(std::uint16_t port, const std::string& token) {
-    std::string address = fmt::format("http://127.0.0.1:{}/mcp", port);
+    std::string url = address(port);
     std::string header = "Authorization: Bearer " + token;
     return {{"desktop",
              {{"mcpServers",
-               {{"ombrelo", {{"command", "npx"}, {"args", {"mcp-remote", address, "--header", header}}}}}}}},
-            {"command_line", "claude mcp add --transport http ombrelo " + address + " --header \"" + header + "\""}};
+               {{"ombrelo", {{"command", "npx"}, {"args", {"mcp-remote", url, "--header", header}}}}}}}},
+            {"command_line", "claude mcp add --transport http ombrelo " + url + " --header \"" + header + "\""}};
 }
 
 std::uint16_t MCPService::port(const Preferences& preferences) {

@@ -27,6 +27,8 @@ public:
     // The port "mcpPort" names, 8473 when it is unset or outside 1024–65535.
     static std::uint16_t port(const Preferences& preferences);
     static bool enabled(const Preferences& preferences);
+    // "http://127.0.0.1:8473/mcp": where agents reach the server on `port`.
+    static std::string address(std::uint16_t port);
     // What agents' configurations need to reach the server: {"desktop": a
     // desktop client's configuration file, "command_line": the command that
     // adds the server to a command-line agent}.

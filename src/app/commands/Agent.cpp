@@ -38,8 +38,6 @@ std::uint16_t chosenPort(Session& session, const std::optional<int>& port, bool 
     return static_cast<std::uint16_t>(*port);
 }
 
-std::string url(std::uint16_t port) { return fmt::format("http://127.0.0.1:{}/mcp", port); }
-
 void serve(Session& session, const Arguments& arguments) {
     Log::setDefaultLevel(spdlog::level::info);
     std::uint16_t port = chosenPort(session, arguments.port, true);
@@ -52,7 +50,7 @@ void serve(Session& session, const Arguments& arguments) {
     } catch (const std::system_error& error) {
         throw CommandFailure(exitStatus::failure, MCPServer::portUnavailable(port, error.code()));
     }
-    output::line(std::string(L10n::text("Serveur agents sur ", "Agent server on ")) + url(server.port()) +
+    output::line(std::string(L10n::text("Serveur agents sur ", "Agent server on ")) + MCPService::address(server.port()) +
                  std::string(L10n::text(" (Ctrl-C pour arrêter)", " (Ctrl-C to stop)")));
     std::cout.flush();
     stop.async_wait([&](std::error_code, int) {
@@ -76,7 +74,7 @@ void enable(Session& session, const Arguments& arguments) {
     if (arguments.port) preferences.set(settings::mcpPort, std::int64_t{chosenPort(session, arguments.port, false)});
     preferences.set(settings::mcpEnabled, true);
     output::line(std::string(L10n::text("Serveur agents activé : ", "Agent server enabled: ")) +
-                 url(MCPService::port(preferences)));
+                 MCPService::address(MCPService::port(preferences)));
     output::line(L10n::text("Le suivi en cours le démarre aussitôt ; voir « ombrelo mcp config ».",
                             "A running tracker starts it at once; see \"ombrelo mcp config\"."));
 }
