@@ -43,6 +43,14 @@ inline constexpr const char* sessionActive = "session";
 inline constexpr const char* screensOff = "screens";
 } // namespace reason
 
+// Which source tells the desktop back-end the window in front, as the log and
+// `ombrelo status` show it.
+struct WindowSourceState {
+    std::string backend;                 // "x11", "xwayland", "wlroots", "kwin", "gnome"
+    std::string description;             // what it follows, in the user's language
+    std::optional<std::string> missing;  // what keeps it from seeing the window in front now
+};
+
 class DesktopObserver {
 public:
     virtual ~DesktopObserver() = default;

@@ -106,6 +106,16 @@ json browserState(const json&, Controls& controls) {
     return answer;
 }
 
+json desktopState(const json&, Controls& controls) {
+    std::optional<WindowSourceState> state = controls.windowSource();
+    if (!state) return failure("no window source in this process");
+    json answer = ok;
+    answer["window_source"] = {{"backend", state->backend},
+                               {"description", state->description},
+                               {"missing", state->missing ? json(*state->missing) : json(nullptr)}};
+    return answer;
+}
+
 using Handler = std::function<json(const json&, Controls&)>;
 
 const std::map<std::string, Handler, std::less<>>& handlers() {
@@ -130,6 +140,7 @@ const std::map<std::string, Handler, std::less<>>& handlers() {
         {"browser-blur", browserBlur},
         {"browser-gone", [](const json& r, Controls& c) { c.browserClosed(browserProcess(r)); return ok; }},
         {"browser-state", browserState},
+        {"desktop-state", desktopState},
         {"agent-token", [](const json&, Controls& c) { c.agentTokenChanged(); return ok; }},
     };
     return table;

@@ -143,6 +143,11 @@ void Controls::open(Page page) {
     if (parts_.open) parts_.open(page);
 }
 
+std::optional<WindowSourceState> Controls::windowSource() const {
+    if (!parts_.windowSource) return std::nullopt;
+    return parts_.windowSource();
+}
+
 std::optional<AgentServerState> Controls::agentServer() const {
     if (!parts_.agentServer) return std::nullopt;
     return parts_.agentServer();

@@ -10,6 +10,7 @@
 
 #include "billing/ProjectStore.h"
 #include "capture/BrowserPages.h"
+#include "capture/Desktop.h"
 #include "support/Clock.h"
 
 #include <cstdint>
@@ -73,6 +74,8 @@ public:
         // what takes a change of page in at once.
         BrowserPages* pages = nullptr;
         std::function<void()> pageChanged;
+        // Which source follows the windows, where this process tracks.
+        std::function<WindowSourceState()> windowSource;
     };
 
     explicit Controls(Parts parts) : parts_(std::move(parts)) {}
@@ -104,6 +107,7 @@ public:
     // When the last report was taken; nothing where pages are not followed or
     // none came.
     std::optional<Instant> lastPageReport() const;
+    std::optional<WindowSourceState> windowSource() const;
 
 private:
     // Runs a focus change, turning a database failure into a ControlFailure.

@@ -3,7 +3,7 @@
 // switches, display-awake holders, notifications, Wayland, lost buses.
 #include "platform/StandIns.h"
 #include "platform/linux/Notifier.h"
-#include "platform/linux/X11Desktop.h"
+#include "platform/linux/LinuxDesktop.h"
 #include "support/Preferences.h"
 #include "testing/TestSupport.h"
 
@@ -37,11 +37,11 @@ protected:
         options.home = dir.path();
     }
 
-    std::unique_ptr<X11Desktop> makeDesktop() { return std::make_unique<X11Desktop>(options, preferences); }
+    std::unique_ptr<LinuxDesktop> makeDesktop() { return std::make_unique<LinuxDesktop>(options, preferences); }
 
     // Lets the desktop read its buses until `events` holds `expected`, then a
     // little more, so that an event too many would show.
-    void expectEvents(X11Desktop& desktop, const RecordingObserver& observer, const std::vector<std::string>& expected) {
+    void expectEvents(LinuxDesktop& desktop, const RecordingObserver& observer, const std::vector<std::string>& expected) {
         auto pump = [&] { desktop.dispatchPending(); };
         eventually([&] { return observer.events.size() >= expected.size(); }, pump, 5s);
         std::this_thread::sleep_for(50ms);
@@ -211,7 +211,7 @@ TEST_F(SessionEventsTest, BreakNoticesOfferTheirButtonsWhereTheServerShowsThem) 
 
 TEST_F(SessionEventsTest, UnderWaylandNativeWindowsSuspendAndIdleComesFromTheCompositor) {
     testing::StandInGnomeSession gnome(sessionBus.address(), {}, 42'000);
-    options.wayland = true;
+    options.sessionType = "wayland";  // a compositor with no source of its own: XWayland only
     TestWindow first(*server, {.instance = "first", .className = "First"});
     TestWindow second(*server, {.instance = "second", .className = "Second"});
     first.activate();
@@ -232,7 +232,7 @@ TEST_F(SessionEventsTest, MissingBusesAreNamedAndALostBusIsSurvived) {
         DesktopOptions broken = options;
         change(broken);
         try {
-            X11Desktop desktop(broken, preferences);
+            LinuxDesktop desktop(broken, preferences);
         } catch (const DesktopUnavailable& error) {
             return std::optional(error.piece);
         }

@@ -1,7 +1,7 @@
 // The X11 side of the back-end on a real X server with a real window manager:
 // which application is in front, its title and document, activation as it
 // happens, idle time, and windows that vanish underfoot.
-#include "platform/linux/X11Desktop.h"
+#include "platform/linux/LinuxDesktop.h"
 #include "platform/DesktopFixture.h"
 #include "support/Preferences.h"
 #include "testing/TestSupport.h"
@@ -43,7 +43,7 @@ protected:
         options.home = dir.path();
     }
 
-    std::unique_ptr<X11Desktop> makeDesktop() { return std::make_unique<X11Desktop>(options, preferences); }
+    std::unique_ptr<LinuxDesktop> makeDesktop() { return std::make_unique<LinuxDesktop>(options, preferences); }
 
     testing::XServer* server = nullptr;
     TempDir dir;

@@ -27,7 +27,7 @@
 #include "focus/FocusController.h"
 #include "platform/linux/FolderWatch.h"
 #include "platform/linux/Notifier.h"
-#include "platform/linux/X11Desktop.h"
+#include "platform/linux/LinuxDesktop.h"
 #include "reports/Format.h"
 #include "support/L10n.h"
 #include "support/LocalTime.h"
@@ -57,6 +57,10 @@ std::string missingPiece(const DesktopUnavailable& error) {
         break;
     case DesktopUnavailable::Piece::sessionBus:
         text = L10n::text("Suivi impossible : pas de bus de session D-Bus.", "Cannot track: no D-Bus session bus.");
+        break;
+    case DesktopUnavailable::Piece::compositor:
+        text = L10n::text("Suivi impossible : aucun moyen de voir la fenêtre au premier plan dans cette session.",
+                          "Cannot track: nothing in this session tells which window is in front.");
         break;
     }
     return std::string(text) + std::string(L10n::text(" Détail : ", " Detail: ")) + error.what();
@@ -124,9 +128,9 @@ void track(Session& session) {
 
     // The desktop before the database: without a display or a bus, nothing is
     // opened, created or migrated.
-    std::unique_ptr<platform::X11Desktop> desktop;
+    std::unique_ptr<platform::LinuxDesktop> desktop;
     try {
-        desktop = std::make_unique<platform::X11Desktop>(platform::DesktopOptions::fromEnvironment(),
+        desktop = std::make_unique<platform::LinuxDesktop>(platform::DesktopOptions::fromEnvironment(),
                                                          session.preferences());
     } catch (const DesktopUnavailable& error) {
         throw CommandFailure(exitStatus::failure, missingPiece(error));
@@ -210,7 +214,8 @@ void track(Session& session) {
                            },
                        .pages = &pages,
                        // A new page in front starts its activity at once, not at the next sample.
-                       .pageChanged = [&] { tracker.checkTitle(session.clock().now()); }});
+                       .pageChanged = [&] { tracker.checkTitle(session.clock().now()); },
+                       .windowSource = [&] { return desktop->windowSourceState(); }});
     ServedModel model({.io = io, .activities = store, .catalog = catalog, .projects = projects, .controls = controls,
                        .clock = session.clock(), .currency = Format::currency(session.preferences())});
     agentServer = std::make_unique<MCPService>(session.preferences(), model.dispatch(), model.poster());

@@ -27,6 +27,7 @@ struct StatusReport {
     std::uint16_t agentPort = 0;
     std::optional<AgentServerState> agentServer;  // what the running tracker says of it
     std::optional<Instant> lastPageReport;        // the browser extension's, as the running tracker took it
+    std::optional<WindowSourceState> windows;     // what the running tracker follows the windows with
     BackupState backups;
     Instant now;
 };
@@ -57,6 +58,20 @@ std::optional<Instant> askLastPageReport(Session& session) {
     }
 }
 
+// Which source the running tracker follows the windows with.
+std::optional<WindowSourceState> askWindowSource(Session& session) {
+    try {
+        auto answer = ControlClient::send(controlSocketFor(session.databasePath()), {{"command", "desktop-state"}});
+        if (!answer || !(*answer)["window_source"].is_object()) return std::nullopt;
+        const nlohmann::json& state = (*answer)["window_source"];
+        WindowSourceState result{state.value("backend", ""), state.value("description", ""), std::nullopt};
+        if (state["missing"].is_string()) result.missing = state["missing"];
+        return result;
+    } catch (const std::exception&) {
+        return std::nullopt;
+    }
+}
+
 StatusReport gather(Session& session) {
     Database& db = session.database();
     StatusReport report{session.databasePath().string(), db.userVersion(),
@@ -68,6 +83,7 @@ StatusReport gather(Session& session) {
     report.agentPort = MCPService::port(session.preferences());
     if (report.tracker && report.agentsEnabled) report.agentServer = askAgentServer(session);
     if (report.tracker) report.lastPageReport = askLastPageReport(session);
+    if (report.tracker) report.windows = askWindowSource(session);
     report.backups = backupState(session);
     report.now = session.clock().now();
     return report;
@@ -85,6 +101,15 @@ std::string agentServerText(const StatusReport& report) {
         return std::string(L10n::text("en service sur ", "serving on ")) + "127.0.0.1:" +
                std::to_string(report.agentServer->port);
     return std::string(L10n::text("activé, pas encore en service", "on, not serving yet"));
+}
+
+// What follows the windows, and what it cannot see.
+std::string windowsText(const StatusReport& report) {
+    if (!report.windows) return std::string(L10n::text("inconnu (suivi arrêté)", "unknown (tracker not running)"));
+    if (report.windows->missing)
+        return report.windows->description + std::string(L10n::text(" — rien n'est noté : ", " — nothing is recorded: ")) +
+               *report.windows->missing;
+    return report.windows->description;
 }
 
 // Whether the tracker sees browsers' sites, or only their window titles.
@@ -119,7 +144,13 @@ void render(const StatusReport& report, bool asJSON) {
               {"problem", report.agentServer && report.agentServer->problem ? nlohmann::json(*report.agentServer->problem)
                                                                             : nlohmann::json(nullptr)}}},
             {"sites_seen", report.lastPageReport.has_value()},
-            {"last_page_report", optionalTime(report.lastPageReport)}};
+            {"last_page_report", optionalTime(report.lastPageReport)},
+            {"window_source",
+             report.windows ? nlohmann::json{{"backend", report.windows->backend},
+                                             {"description", report.windows->description},
+                                             {"missing", report.windows->missing ? nlohmann::json(*report.windows->missing)
+                                                                                 : nlohmann::json(nullptr)}}
+                            : nlohmann::json(nullptr)}};
         document.update(backupStatusJSON(report.backups, report.now));
         return output::json(document);
     }
@@ -139,6 +170,7 @@ void render(const StatusReport& report, bool asJSON) {
                                        std::to_string(*report.tracker) + ")"
                                  : std::string(L10n::text("arrêté (ombrelo run)", "not running (ombrelo run)")));
     output::field(L10n::text("Serveur agents", "Agent server"), agentServerText(report));
+    output::field(L10n::text("Fenêtres", "Windows"), windowsText(report));
     output::field(L10n::text("Sites", "Sites"), sitesText(report));
     printBackupStatus(report.backups, report.now);
 }

@@ -113,4 +113,29 @@ bool Bus::hasOwner(const char* name) {
     }
 }
 
+std::optional<std::string> Bus::ownerOf(const char* name) {
+    try {
+        Message reply = call("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
+                             "GetNameOwner", "s", name);
+        const char* owner = nullptr;
+        if (sd_bus_message_read(reply.get(), "s", &owner) >= 0 && owner) return std::string(owner);
+    } catch (const BusError&) {
+    }
+    return std::nullopt;
+}
+
+std::string Bus::uniqueName() const {
+    const char* name = nullptr;
+    return sd_bus_get_unique_name(bus_, &name) >= 0 && name ? name : "";
+}
+
+Slot Bus::watchOwner(const char* name, sd_bus_message_handler_t changed, void* data) {
+    sd_bus_slot* slot = nullptr;
+    std::string rule = std::string("type='signal',sender='org.freedesktop.DBus',path='/org/freedesktop/DBus',"
+                                   "interface='org.freedesktop.DBus',member='NameOwnerChanged',arg0='") +
+                       name + "'";
+    if (sd_bus_add_match(bus_, &slot, rule.c_str(), changed, data) < 0) return nullptr;
+    return Slot(slot);
+}
+
 } // namespace ombrelo::platform

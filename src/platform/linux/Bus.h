@@ -7,6 +7,8 @@
 // a blocking call may have queued signals that no longer wake the descriptor.
 #pragma once
 
+#include <systemd/sd-bus.h>
+
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -69,8 +71,13 @@ public:
     Message call(const char* destination, const char* path, const char* interface, const char* member,
                  const char* types = nullptr, ...);
 
-    // Whether `name` has an owner on this bus now.
+    // Whether `name` has an owner on this bus now, and which connection.
     bool hasOwner(const char* name);
+    std::optional<std::string> ownerOf(const char* name);
+    // This connection's own name (":1.42").
+    std::string uniqueName() const;
+    // Calls `changed` with each NameOwnerChanged of `name` (name, old, new owner).
+    Slot watchOwner(const char* name, sd_bus_message_handler_t changed, void* data);
 
     static constexpr std::uint64_t callTimeoutMicroseconds = 500'000;
 

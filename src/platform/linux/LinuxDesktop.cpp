@@ -1,4 +1,4 @@
-#include "platform/linux/X11Desktop.h"
+#include "platform/linux/LinuxDesktop.h"
 
 #include "capture/PrivacyRules.h"
 #include "platform/linux/Applications.h"
@@ -9,7 +9,7 @@
 #include "platform/linux/Notifier.h"
 #include "platform/linux/Processes.h"
 #include "platform/linux/SessionServices.h"
-#include "platform/linux/X11Display.h"
+#include "platform/linux/WindowSources.h"
 #include "support/Browsers.h"
 #include "support/L10n.h"
 #include "support/Log.h"
@@ -24,8 +24,8 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// Why capture stops while a native Wayland window is in front.
-constexpr const char* waylandWindow = "wayland";
+// Why capture stops while the window in front cannot be seen.
+constexpr const char* unseenWindow = "wayland";
 
 std::string environment(const char* name) {
     const char* value = std::getenv(name);
@@ -97,41 +97,39 @@ DesktopOptions DesktopOptions::fromEnvironment() {
     if (std::string id = environment("XDG_SESSION_ID"); !id.empty()) options.sessionID = id;
     options.applicationFolders = DesktopEntries::defaultFolders();
     options.locale = nameLocale(L10n::language());
-    options.wayland = environment("XDG_SESSION_TYPE") == "wayland";
+    options.waylandDisplay = environment("WAYLAND_DISPLAY");
+    options.sessionType = environment("XDG_SESSION_TYPE");
+    options.currentDesktop = environment("XDG_CURRENT_DESKTOP");
+    options.windowSource = environment("OMBRELO_WINDOWS");
     options.home = environment("HOME");
     options.requireSessionBus = true;
     return options;
 }
 
-struct X11Desktop::Parts {
+struct LinuxDesktop::Parts {
     Parts(const DesktopOptions& options, const Preferences& preferences)
-        : display(options.display),
-          entries(options.applicationFolders, options.locale),
+        : entries(options.applicationFolders, options.locale),
           applications(entries, processes),
           privacy(preferences),
-          wayland(options.wayland),
           home(options.home) {}
 
-    X11Display display;
     DesktopEntries entries;
     Processes processes;
     Applications applications;
     PrivacyRules privacy;
-    bool wayland;
     fs::path home;
 
     std::unique_ptr<Bus> systemBus, sessionBus;
     std::unique_ptr<Logind> logind;
     std::unique_ptr<SessionServices> session;
     std::unique_ptr<Notifier> notifier;
+    // After the session bus: some sources speak over it.
+    std::unique_ptr<WindowSource> windows;
 
-    // The active window as last seen, to tell a real change from a rewrite.
-    std::optional<WindowID> lastActive;
-    bool activeKnown = false;
     // The window frontmostApp() last answered for, and its application.
-    std::optional<WindowID> frontWindow;
+    std::optional<FrontWindow> frontWindow;
     std::optional<FrontApp> frontApp;
-    bool nativeWaylandFront = false;
+    bool windowUnseen = false;
     bool screenSaverActive = false;  // followed only without logind
     bool suspended = false;
 
@@ -139,17 +137,9 @@ struct X11Desktop::Parts {
     std::vector<std::unique_ptr<Watch>> watches;
 };
 
-X11Desktop::X11Desktop(const DesktopOptions& options, const Preferences& preferences) : preferences_(preferences) {
-    auto log = Log::get("capture");
-    try {
-        parts_ = std::make_unique<Parts>(options, preferences);
-    } catch (const DisplayError& error) {
-        throw DesktopUnavailable(DesktopUnavailable::Piece::display, error.what());
-    }
+LinuxDesktop::LinuxDesktop(const DesktopOptions& options, const Preferences& preferences) : preferences_(preferences) {
+    parts_ = std::make_unique<Parts>(options, preferences);
     Parts& parts = *parts_;
-    if (!parts.display.hasIdleExtension())
-        log->warn("Extension MIT-SCREEN-SAVER absente : le temps d'inactivité n'est pas mesuré");
-
     if (options.requireSessionBus && !options.sessionBus)
         throw DesktopUnavailable(DesktopUnavailable::Piece::sessionBus,
                                  "DBUS_SESSION_BUS_ADDRESS is unset and $XDG_RUNTIME_DIR/bus does not exist");
@@ -164,21 +154,17 @@ X11Desktop::X11Desktop(const DesktopOptions& options, const Preferences& prefere
     connectSystemBus(options);
     parts.notifier = std::make_unique<Notifier>(parts.sessionBus.get());
 
-    parts.display.watchRoot();
-    parts.lastActive = parts.display.activeWindow();
-    parts.activeKnown = true;
-    if (parts.wayland) {
-        parts.nativeWaylandFront = !parts.lastActive;
-        log->warn("Session Wayland : seules les fenêtres XWayland sont suivies (application, titre, dossier) ; "
-                  "le temps passé dans une fenêtre Wayland native n'est pas enregistré (suivi suspendu tant "
-                  "qu'elle est au premier plan). Pages des navigateurs : non suivies.");
-    }
+    parts.windows = openWindowSource(options, parts.sessionBus.get());
+    parts.windows->frontChanged = [this] { frontMayHaveChanged(); };
+    WindowSourceState state = parts.windows->state();
+    parts.windowUnseen = state.missing.has_value();
+    if (state.missing) Log::get("capture")->warn("Fenêtre au premier plan invisible : {}", *state.missing);
     updateSuspension("");
 }
 
-X11Desktop::~X11Desktop() = default;
+LinuxDesktop::~LinuxDesktop() = default;
 
-void X11Desktop::connectSystemBus(const DesktopOptions& options) {
+void LinuxDesktop::connectSystemBus(const DesktopOptions& options) {
     Parts& parts = *parts_;
     if (!options.systemBus) {
         followLockWithoutLogind("pas de bus système");
@@ -198,7 +184,7 @@ void X11Desktop::connectSystemBus(const DesktopOptions& options) {
     else if (!parts.logind->available()) followLockWithoutLogind("session logind introuvable");
 }
 
-void X11Desktop::followLockWithoutLogind(const std::string& missing) {
+void LinuxDesktop::followLockWithoutLogind(const std::string& missing) {
     Parts& parts = *parts_;
     bool sleepFollowed = parts.logind && parts.logind->present();
     Log::get("capture")->warn("Sans logind ({}) : {}le verrouillage est suivi par le signal de l'économiseur d'écran{}",
@@ -213,32 +199,23 @@ void X11Desktop::followLockWithoutLogind(const std::string& missing) {
 
 // ---- What is in front ----------------------------------------------------------
 
-std::optional<FrontApp> X11Desktop::frontmostApp() {
+std::optional<FrontApp> LinuxDesktop::frontmostApp() {
     Parts& parts = *parts_;
-    std::optional<WindowID> window = parts.display.activeWindow();
-    parts.frontWindow.reset();
+    parts.frontWindow = parts.windows->front();
     parts.frontApp.reset();
-    if (!window || !parts.display.isApplicationWindow(*window)) return std::nullopt;
-    WindowOwner owner{parts.display.windowClass(*window), parts.display.gtkApplicationID(*window),
-                      parts.display.pid(*window)};
-    std::optional<FrontApp> app = parts.applications.forWindow(owner);
-    if (app) {
-        parts.frontWindow = window;
-        parts.frontApp = app;
-    }
-    return app;
+    if (parts.frontWindow) parts.frontApp = parts.applications.forWindow(parts.frontWindow->owner);
+    return parts.frontApp;
 }
 
-std::optional<std::string> X11Desktop::windowTitle(const FrontApp& app) {
+std::optional<std::string> LinuxDesktop::windowTitle(const FrontApp& app) {
     Parts& parts = *parts_;
-    if (!(parts.frontApp && *parts.frontApp == app)) {
-        std::optional<FrontApp> front = frontmostApp();
-        if (!front || !(*front == app)) return std::nullopt;
-    }
-    return parts.display.title(*parts.frontWindow);
+    // The title as it is now, of the window the application was named from.
+    std::optional<FrontApp> front = frontmostApp();
+    if (!front || !(*front == app)) return std::nullopt;
+    return parts.frontWindow->title;
 }
 
-std::optional<std::string> X11Desktop::documentPath(const FrontApp& app) {
+std::optional<std::string> LinuxDesktop::documentPath(const FrontApp& app) {
     Parts& parts = *parts_;
     if (isBrowser(app.id)) return std::nullopt;
     std::optional<std::string> title = windowTitle(app);
@@ -253,16 +230,17 @@ std::optional<std::string> X11Desktop::documentPath(const FrontApp& app) {
     return path->string();
 }
 
-double X11Desktop::secondsSinceLastInput() {
+double LinuxDesktop::secondsSinceLastInput() {
     Parts& parts = *parts_;
-    // Under Wayland, XWayland only sees input to its own windows.
-    if (parts.wayland && parts.session)
-        if (auto milliseconds = parts.session->idleMilliseconds()) return double(*milliseconds) / 1000.0;
-    if (auto milliseconds = parts.display.idleMilliseconds()) return double(*milliseconds) / 1000.0;
-    return 0;
+    std::optional<std::uint64_t> fromSource = parts.windows->idleMilliseconds();
+    std::optional<std::uint64_t> milliseconds;
+    if (fromSource && parts.windows->idleSeesAllInput()) milliseconds = fromSource;
+    if (!milliseconds && parts.session) milliseconds = parts.session->idleMilliseconds();
+    if (!milliseconds) milliseconds = fromSource;
+    return milliseconds ? double(*milliseconds) / 1000.0 : 0;
 }
 
-std::set<std::string> X11Desktop::displayAwakeHolders() {
+std::set<std::string> LinuxDesktop::displayAwakeHolders() {
     Parts& parts = *parts_;
     std::set<std::string> holders;
     if (parts.logind)
@@ -276,23 +254,23 @@ std::set<std::string> X11Desktop::displayAwakeHolders() {
     return holders;
 }
 
-bool X11Desktop::hasPageContext(const FrontApp& app) { return isBrowser(app.id); }
+bool LinuxDesktop::hasPageContext(const FrontApp& app) { return isBrowser(app.id); }
 
 // The tab's title is the page's own, without the browser's name the window adds.
-bool X11Desktop::contextReplacesTitle(const FrontApp& app) { return pages_ && pages_->reports(app.pid); }
+bool LinuxDesktop::contextReplacesTitle(const FrontApp& app) { return pages_ && pages_->reports(app.pid); }
 
-std::optional<PageContext> X11Desktop::currentPage(const FrontApp& app) {
+std::optional<PageContext> LinuxDesktop::currentPage(const FrontApp& app) {
     return pages_ ? pages_->page(app.pid) : std::nullopt;
 }
 
-bool X11Desktop::isPrivate(const std::optional<std::string>& appID, const std::optional<std::string>& domain,
-                           const std::optional<std::string>& title) {
+bool LinuxDesktop::isPrivate(const std::optional<std::string>& appID, const std::optional<std::string>& domain,
+                             const std::optional<std::string>& title) {
     return parts_->privacy.isPrivate(appID, domain, title);
 }
 
 // ---- Notifications to the observer --------------------------------------------
 
-void X11Desktop::subscribe(DesktopObserver* observer) {
+void LinuxDesktop::subscribe(DesktopObserver* observer) {
     observer_ = observer;
     if (observer_ && parts_->suspended) {
         // The reason the state holds now; "sleep" cannot be current at start.
@@ -300,14 +278,14 @@ void X11Desktop::subscribe(DesktopObserver* observer) {
         const char* why = (state && state->locked) || parts_->screenSaverActive ? reason::locked
                           : state && !state->active                        ? reason::sessionInactive
                           : state && state->sleeping                       ? reason::sleep
-                                                                           : waylandWindow;
+                                                                           : unseenWindow;
         observer_->suspend(why);
     }
 }
 
-void X11Desktop::updateSuspension(const std::string& why) {
+void LinuxDesktop::updateSuspension(const std::string& why) {
     Parts& parts = *parts_;
-    bool suspended = parts.nativeWaylandFront || parts.screenSaverActive;
+    bool suspended = parts.windowUnseen || parts.screenSaverActive;
     if (parts.logind) {
         const Logind::State& state = parts.logind->state();
         suspended |= state.sleeping || state.locked || !state.active;
@@ -319,15 +297,13 @@ void X11Desktop::updateSuspension(const std::string& why) {
     else observer_->resume(why);
 }
 
-void X11Desktop::activeWindowMayHaveChanged() {
+void LinuxDesktop::frontMayHaveChanged() {
     Parts& parts = *parts_;
-    std::optional<WindowID> active = parts.display.activeWindow();
-    if (parts.activeKnown && active == parts.lastActive) return;
-    parts.lastActive = active;
-    parts.activeKnown = true;
-    if (parts.wayland) {
-        parts.nativeWaylandFront = !active;
-        updateSuspension(waylandWindow);
+    WindowSourceState state = parts.windows->state();
+    if (state.missing.has_value() != parts.windowUnseen) {
+        parts.windowUnseen = state.missing.has_value();
+        if (state.missing) Log::get("capture")->warn("Fenêtre au premier plan invisible : {}", *state.missing);
+        updateSuspension(unseenWindow);
     }
     if (parts.suspended || !observer_) return;
     if (std::optional<FrontApp> app = frontmostApp()) observer_->appDidActivate(*app);
@@ -336,33 +312,32 @@ void X11Desktop::activeWindowMayHaveChanged() {
 
 // ---- Event loop -------------------------------------------------------------------
 
-void X11Desktop::dispatchPending() {
+void LinuxDesktop::dispatchPending() {
     Parts& parts = *parts_;
     auto processBus = [](std::unique_ptr<Bus>& bus) {
         if (bus && bus->open() && !bus->process())
             Log::get("capture")->error("Connexion au {} perdue", bus->description());
     };
-    // Each handler may make requests that queue further events: go round until
-    // the X queue is empty (bounded, in case a client floods it).
-    for (int round = 0; round < 16; ++round) {
-        bool changed = parts.display.drainEvents();
-        if (changed) activeWindowMayHaveChanged();
+    // A bus handler may make requests that queue window events, and back.
+    for (int round = 0; round < 2; ++round) {
+        parts.windows->dispatch();
         processBus(parts.systemBus);
         processBus(parts.sessionBus);
-        if (!changed) break;
     }
 }
 
-void X11Desktop::attach(asio::io_context& io) {
+void LinuxDesktop::attach(asio::io_context& io) {
     Parts& parts = *parts_;
     parts.watches.clear();
-    parts.watches.push_back(std::make_unique<Watch>(
-        io, parts.display.fd(),
-        [this] {
-            dispatchPending();
-            return true;
-        },
-        nullptr));
+    if (int fd = parts.windows->fd(); fd >= 0)
+        parts.watches.push_back(std::make_unique<Watch>(
+            io, fd,
+            [this] {
+                bool open = parts_->windows->dispatch();
+                dispatchPending();
+                return open;
+            },
+            nullptr));
     for (Bus* bus : {parts.systemBus.get(), parts.sessionBus.get()}) {
         if (!bus) continue;
         auto ready = [this, bus] {
@@ -374,15 +349,15 @@ void X11Desktop::attach(asio::io_context& io) {
     }
 }
 
-Notifier& X11Desktop::notifier() { return *parts_->notifier; }
+Notifier& LinuxDesktop::notifier() { return *parts_->notifier; }
 
-std::string X11Desktop::describeSources() const {
+WindowSourceState LinuxDesktop::windowSourceState() const { return parts_->windows->state(); }
+
+std::string LinuxDesktop::describeSources() const {
     const Parts& parts = *parts_;
-    std::string text = parts.wayland ? "Wayland (fenêtres XWayland)" : "X11";
-    text += "; inactivité : ";
-    text += parts.wayland && parts.session ? "compositeur si disponible, sinon XWayland"
-            : parts.display.hasIdleExtension() ? "MIT-SCREEN-SAVER"
-                                               : "non mesurée";
+    std::string text = parts.windows->state().description;
+    if (parts.session && !parts.windows->idleSeesAllInput())
+        text += " (inactivité : celle du compositeur si disponible)";
     text += "; logind : ";
     text += parts.logind && parts.logind->available() ? parts.logind->sessionPath() : "absent";
     if (parts.logind && parts.logind->holdsSleepDelay()) text += " (verrou de veille)";

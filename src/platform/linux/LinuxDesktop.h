@@ -1,18 +1,19 @@
-// X11Desktop: the Linux desktop as the capture loop sees it. X11 gives the
-// window in front (followed through _NET_ACTIVE_WINDOW, never polled), its
-// title and the idle time; logind on the system bus gives sleep, lock and
-// session switches; logind and the session manager give the applications
-// keeping the display awake; .desktop files and /proc name applications.
+// LinuxDesktop: the Linux desktop as the capture loop sees it. A window source
+// chosen for the session gives the window in front and its title (X11, or the
+// compositor's own way under Wayland: see WindowSources); logind on the system
+// bus gives sleep, lock and session switches; logind and the session manager
+// give the applications keeping the display awake; the source or the session
+// gives idle time; .desktop files and /proc name applications.
 //
 // Without logind (containers, minimal sessions, systems without systemd, or no
 // system bus at all) it still tracks: the tracker notices sleep from the time
 // no sample ran, and the screen saver's signal on the session bus stands for
 // the lock. One warning says what is missing.
 //
-// Under Wayland only XWayland windows are visible: while a native Wayland
-// window is in front, capture is suspended (reason "wayland") rather than
-// credited to the last X window, and idle time comes from the compositor when
-// it offers it (GNOME's Mutter, the ScreenSaver interface on Plasma).
+// While the source cannot see the window in front (a native Wayland window
+// under XWayland, the GNOME extension not enabled), capture is suspended
+// (reason "wayland") rather than credited to the last window seen, and the
+// source says what is missing.
 //
 // Owned by `ombrelo run`; main loop thread only. Events are read when the
 // event loop finds a descriptor readable (attach) or when dispatchPending()
@@ -42,24 +43,28 @@ namespace ombrelo::platform {
 
 class Bus;
 class Notifier;
+class WindowSource;
 
 // A piece the tracker cannot work without is missing.
 class DesktopUnavailable : public std::runtime_error {
 public:
-    enum class Piece { display, sessionBus };
+    enum class Piece { display, sessionBus, compositor };
     DesktopUnavailable(Piece missing, const std::string& detail) : std::runtime_error(detail), piece(missing) {}
     const Piece piece;
 };
 
 struct DesktopOptions {
     std::string display;                    // empty: $DISPLAY
+    std::string waylandDisplay;             // empty: $WAYLAND_DISPLAY
+    std::string sessionType;                // $XDG_SESSION_TYPE: "x11", "wayland"
+    std::string currentDesktop;             // $XDG_CURRENT_DESKTOP: "GNOME", "KDE", "sway"
+    std::string windowSource;               // $OMBRELO_WINDOWS: a source chosen by hand
     std::optional<std::string> systemBus;   // D-Bus addresses; absent: not used (a missing
                                             // system bus is no reason not to track)
     std::optional<std::string> sessionBus;
     std::optional<std::string> sessionID;   // logind session ($XDG_SESSION_ID)
     std::vector<std::filesystem::path> applicationFolders;
     std::string locale;                     // for application names
-    bool wayland = false;                   // $XDG_SESSION_TYPE is "wayland"
     std::filesystem::path home;             // for "~" in titles
     bool requireSessionBus = false;         // a session bus the environment does not name is missing
 
@@ -68,15 +73,15 @@ struct DesktopOptions {
     static DesktopOptions fromEnvironment();
 };
 
-class X11Desktop final : public Desktop {
+class LinuxDesktop final : public Desktop {
 public:
-    // Connects to the display and to the buses the options name. Throws
-    // DesktopUnavailable naming the first piece that failed; a system bus that
-    // does not answer is only warned about.
-    X11Desktop(const DesktopOptions& options, const Preferences& preferences);
-    ~X11Desktop() override;
-    X11Desktop(const X11Desktop&) = delete;
-    X11Desktop& operator=(const X11Desktop&) = delete;
+    // Connects to the buses the options name and to the session's window
+    // source. Throws DesktopUnavailable naming the first piece that failed; a
+    // system bus that does not answer is only warned about.
+    LinuxDesktop(const DesktopOptions& options, const Preferences& preferences);
+    ~LinuxDesktop() override;
+    LinuxDesktop(const LinuxDesktop&) = delete;
+    LinuxDesktop& operator=(const LinuxDesktop&) = delete;
 
     std::optional<FrontApp> frontmostApp() override;
     std::optional<std::string> windowTitle(const FrontApp& app) override;
@@ -92,7 +97,7 @@ public:
     // observer at once.
     void subscribe(DesktopObserver* observer) override;
 
-    // Watches the X connection and the buses on `io` until destroyed.
+    // Watches the source's connection and the buses on `io` until destroyed.
     void attach(asio::io_context& io);
     // Handles every event already received or queued, without waiting.
     void dispatchPending();
@@ -105,10 +110,12 @@ public:
     Notifier& notifier();
     // What is followed and where idle time comes from, for the start-up log.
     std::string describeSources() const;
+    // Which source follows the windows, and what it misses now.
+    WindowSourceState windowSourceState() const;
 
 private:
     struct Parts;
-    void activeWindowMayHaveChanged();
+    void frontMayHaveChanged();
     void updateSuspension(const std::string& why);
     void connectSystemBus(const DesktopOptions& options);
     // Says once what cannot be followed without logind, and falls back to the

@@ -1,0 +1,31 @@
+// WindowSources: which window source follows a session. X11 sessions have X11.
+// Wayland sessions have their compositor's: GNOME Shell through our extension,
+// KWin through a script, the wlroots family through its foreign toplevel
+// protocol; another compositor leaves XWayland, which sees its own windows only.
+// $OMBRELO_WINDOWS names one by hand.
+#pragma once
+
+#include "platform/linux/LinuxDesktop.h"
+#include "platform/linux/WindowSource.h"
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace ombrelo::platform {
+
+class Bus;
+
+enum class WindowBackend { x11, wlroots, kwin, gnome };
+
+std::optional<WindowBackend> windowBackendNamed(const std::string& name);
+
+// The back-ends to try for a session, in order.
+std::vector<WindowBackend> windowBackendsFor(const DesktopOptions& options);
+
+// The first of them that opens. Throws DesktopUnavailable saying what each
+// lacked when none does.
+std::unique_ptr<WindowSource> openWindowSource(const DesktopOptions& options, Bus* sessionBus);
+
+} // namespace ombrelo::platform
