@@ -6,9 +6,11 @@ packages=(
   build-essential cmake ninja-build pkg-config
   libsqlite3-dev libicu-dev nlohmann-json3-dev libasio-dev libspdlog-dev libfmt-dev libcli11-dev
   libx11-dev libxss-dev libsystemd-dev libsecret-1-dev
+  libwayland-dev wayland-protocols plasma-wayland-protocols
   libgtest-dev libgmock-dev libbenchmark-dev
   # real desktop pieces the capture tests drive
   xvfb openbox xdotool x11-utils dbus dbus-x11 sqlite3 tzdata locales
+  sway wtype
   # real readers of the exported files
   python3 python3-openpyxl unzip libxml2-utils
   # the browsers the window's and the extension's tests drive

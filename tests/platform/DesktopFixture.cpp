@@ -225,7 +225,7 @@ PrivateBus::PrivateBus() {
                   (folder_ / "socket").string() +
                   "</listen><auth>EXTERNAL</auth>"
                   "<policy context=\"default\"><allow send_destination=\"*\" eavesdrop=\"true\"/>"
-                  "<allow eavesdrop=\"true\"/><allow own=\"*\"/></policy></busconfig>\n");
+                  "<allow eavesdrop=\"true\"/><allow own=\"*\"/><allow user=\"*\"/></policy></busconfig>\n");
     int fds[2];
     if (::pipe(fds) != 0) throw std::runtime_error("pipe failed");
     daemon_ = std::make_unique<ChildProcess>(

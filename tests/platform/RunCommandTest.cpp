@@ -2,6 +2,7 @@
 // logind on a private system bus, windows switched with xdotool, and the rows
 // it writes read back from its SQLite file.
 #include "platform/StandIns.h"
+#include "platform/TrackerRows.h"
 #include "testing/LoopbackClient.h"
 #include "testing/TestSupport.h"
 
@@ -23,47 +24,6 @@ namespace {
 
 using namespace std::chrono_literals;
 namespace fs = std::filesystem;
-
-struct Row {
-    std::string bundleID, appName, title, kind, path;
-    double start = 0, end = 0;
-    std::string domain;
-};
-
-std::string column(sqlite3_stmt* statement, int index) {
-    const unsigned char* text = sqlite3_column_text(statement, index);
-    return text ? reinterpret_cast<const char*>(text) : "";
-}
-
-std::vector<Row> rows(const fs::path& database) {
-    std::vector<Row> result;
-    sqlite3* db = nullptr;
-    if (sqlite3_open_v2(database.c_str(), &db, SQLITE_OPEN_READONLY, nullptr) != SQLITE_OK) {
-        sqlite3_close(db);
-        return result;
-    }
-    sqlite3_busy_timeout(db, 2000);
-    sqlite3_stmt* statement = nullptr;
-    if (sqlite3_prepare_v2(db, "SELECT bundle_id, app_name, title, kind, path, start, end, domain FROM activity "
-                           "ORDER BY start, id",
-                           -1, &statement, nullptr) == SQLITE_OK) {
-        while (sqlite3_step(statement) == SQLITE_ROW)
-            result.push_back({column(statement, 0), column(statement, 1), column(statement, 2), column(statement, 3),
-                              column(statement, 4), sqlite3_column_double(statement, 5),
-                              sqlite3_column_double(statement, 6), column(statement, 7)});
-    }
-    sqlite3_finalize(statement);
-    sqlite3_close(db);
-    return result;
-}
-
-std::string describe(const std::vector<Row>& list) {
-    std::string shown;
-    for (const Row& row : list)
-        shown += row.kind + " " + row.bundleID + " \"" + row.title + "\" " + std::to_string(row.start) + " +" +
-                 std::to_string(row.end - row.start) + "s\n";
-    return shown;
-}
 
 double wallClock() {
     return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();

@@ -1,5 +1,7 @@
 #include "testing/Processes.h"
 
+#include <fstream>
+
 #include <csignal>
 #include <fcntl.h>
 #include <stdexcept>
@@ -94,6 +96,25 @@ int runProgram(const std::vector<std::string>& argv, const std::vector<std::stri
     ChildProcess child(argv, environment);
     for (int i = 0; i < 1000 && child.running(); ++i) std::this_thread::sleep_for(10ms);
     return child.stop(SIGKILL);
+}
+
+std::optional<std::string> programOutput(const std::vector<std::string>& argv,
+                                         const std::vector<std::string>& environment) {
+    char name[] = "/tmp/ombrelo-output-XXXXXX";
+    int fd = ::mkstemp(name);
+    if (fd < 0) return std::nullopt;
+    ::close(fd);
+    int status = -1;
+    {
+        ChildProcess child(argv, environment, std::filesystem::path(name));
+        for (int i = 0; i < 1000 && child.running(); ++i) std::this_thread::sleep_for(10ms);
+        status = child.stop(SIGKILL);
+    }
+    std::ifstream file(name);
+    std::string text((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+    ::unlink(name);
+    if (status != 0) return std::nullopt;
+    return text;
 }
 
 bool eventually(const std::function<bool()>& condition, const std::function<void()>& pump,

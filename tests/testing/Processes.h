@@ -36,6 +36,11 @@ private:
 // Runs a program to its end; returns its exit status.
 int runProgram(const std::vector<std::string>& argv, const std::vector<std::string>& environment = {});
 
+// Runs a program to its end and returns what it wrote on stdout and stderr;
+// absent when it failed.
+std::optional<std::string> programOutput(const std::vector<std::string>& argv,
+                                         const std::vector<std::string>& environment = {});
+
 // Polls `condition` until it holds or `timeout` passes, calling `pump` between
 // tries (to let events in). Tests never assert on the time this takes.
 bool eventually(const std::function<bool()>& condition, const std::function<void()>& pump = {},

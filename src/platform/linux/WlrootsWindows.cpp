@@ -66,12 +66,15 @@ struct WlrootsWindows::Toplevel {
         std::string appID, title;
         bool activated = false;
     };
+    Toplevel(WlrootsWindows* source, zwlr_foreign_toplevel_handle_v1* proxy) : owner(source), handle(proxy) {}
+    ~Toplevel() { zwlr_foreign_toplevel_handle_v1_destroy(handle); }
+    Toplevel(const Toplevel&) = delete;
+    Toplevel& operator=(const Toplevel&) = delete;
+
     WlrootsWindows* owner;
     zwlr_foreign_toplevel_handle_v1* handle;
     Details current, pending;
     std::uint64_t activatedAt = 0;  // order of activation, to choose among several activated
-
-    ~Toplevel() { zwlr_foreign_toplevel_handle_v1_destroy(handle); }
 };
 
 namespace {
@@ -130,7 +133,7 @@ struct WlrootsListeners {
 
     static void toplevel(void* data, zwlr_foreign_toplevel_manager_v1*, zwlr_foreign_toplevel_handle_v1* handle) {
         auto* source = static_cast<WlrootsWindows*>(data);
-        auto toplevel = std::make_unique<Toplevel>(Toplevel{source, handle, {}, {}, 0});
+        auto toplevel = std::make_unique<Toplevel>(source, handle);
         zwlr_foreign_toplevel_handle_v1_add_listener(handle, &toplevelListener, toplevel.get());
         source->toplevels_.push_back(std::move(toplevel));
     }
@@ -168,6 +171,7 @@ WlrootsWindows::WlrootsWindows(const std::string& display) : connection_(std::ma
     // The globals, then what binding them sent: the windows and their state.
     if (wl_display_roundtrip(connection.display.get()) < 0 || wl_display_roundtrip(connection.display.get()) < 0)
         throw WaylandError("the Wayland compositor closed the connection while listing its globals");
+    refreshFront();
 
     if (connection.seat && connection.idleNotifier) {
         connection.idleNotification.reset(ext_idle_notifier_v1_get_idle_notification(
@@ -212,20 +216,25 @@ bool WlrootsWindows::dispatch() {
         }
         return false;
     }
+    if (frontMayHaveChanged_) {
+        frontMayHaveChanged_ = false;
+        refreshFront();
+    }
     return true;
 }
 
+// A switch comes as two updates, the old window's and the new one's: the
+// window in front is chosen once everything read has been handled, so that a
+// switch is never seen as nothing in front in between.
 void WlrootsWindows::toplevelDone(Toplevel& toplevel) {
-    bool newlyActivated = toplevel.pending.activated && !toplevel.current.activated;
-    bool renamed = toplevel.pending.appID != toplevel.current.appID;
+    if (toplevel.pending.activated && !toplevel.current.activated) toplevel.activatedAt = ++activations_;
     toplevel.current = toplevel.pending;
-    if (newlyActivated) toplevel.activatedAt = ++activations_;
-    if (newlyActivated || renamed || (&toplevel == front_ && !toplevel.current.activated)) refreshFront();
+    frontMayHaveChanged_ = true;
 }
 
 void WlrootsWindows::toplevelClosed(Toplevel& toplevel) {
     std::erase_if(toplevels_, [&](const auto& each) { return each.get() == &toplevel; });
-    refreshFront();
+    frontMayHaveChanged_ = true;
 }
 
 bool WlrootsWindows::refreshFront() {

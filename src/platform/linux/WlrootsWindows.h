@@ -71,6 +71,7 @@ private:
     std::uint64_t activations_ = 0;
     // Since when no input came, while the compositor says idle.
     std::optional<std::chrono::steady_clock::time_point> idleSince_;
+    bool frontMayHaveChanged_ = false;
     bool lost_ = false;
 };
 
