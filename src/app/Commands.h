@@ -39,10 +39,12 @@ void mcp(CLI::App& program, Session& session);  // mcp serve, enable, disable, t
 void backup(CLI::App& program, Session& session);  // backup, backups, restore
 void window(CLI::App& program, Session& session);  // ui
 void browser(CLI::App& program, Session& session);  // browser-host, browser install, browser uninstall
+void gnomeExtension(CLI::App& program, Session& session);  // gnome-extension install, uninstall
 
 inline constexpr Registration all[] = {status, run, replay, clients, projects, work, stop, active,
                                        categories, rules, corrections, activities, summary, timeline, search,
-                                       manual, billing, report, holidays, import, live, forget, backup, mcp, window, browser};
+                                       manual, billing, report, holidays, import, live, forget, backup, mcp, window, browser,
+                                       gnomeExtension};
 
 } // namespace commands
 } // namespace ombrelo

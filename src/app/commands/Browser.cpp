@@ -9,6 +9,7 @@
 #include "app/Commands.h"
 #include "app/Output.h"
 #include "app/Session.h"
+#include "app/UserFolders.h"
 #include "control/BrowserMessage.h"
 #include "control/ControlSocket.h"
 #include "support/AtomicFile.h"
@@ -105,16 +106,6 @@ struct BrowserFamily {
     bool firefox;
 };
 
-fs::path homeFolder() {
-    const char* home = std::getenv("HOME");
-    return home && *home ? fs::path(home) : fs::path("/");
-}
-
-fs::path xdgFolder(const char* variable, const fs::path& fallback) {
-    const char* value = std::getenv(variable);
-    return value && *value == '/' ? fs::path(value) : homeFolder() / fallback;
-}
-
 std::vector<BrowserFamily> browsers() {
     fs::path config = xdgFolder("XDG_CONFIG_HOME", ".config");
     auto chromium = [&](std::string_view name, const fs::path& folder) {
@@ -146,14 +137,7 @@ std::string manifest(const BrowserFamily& browser) {
     return document.dump(2) + "\n";
 }
 
-// The extension's folder: installed beside the program, else in the sources it was built from.
-fs::path extensionFolder() {
-    std::error_code error;
-    fs::path program = fs::read_symlink("/proc/self/exe", error);
-    fs::path installed = program.parent_path().parent_path() / "share/ombrelo/browser-extension";
-    if (!error && fs::exists(installed / "manifest.json")) return installed;
-    return OMBRELO_EXTENSION_SOURCE;
-}
+fs::path extensionFolder() { return shippedFolder("browser-extension", OMBRELO_EXTENSION_SOURCE, "manifest.json"); }
 
 void writeLauncher() {
     std::error_code error;
