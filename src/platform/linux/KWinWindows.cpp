@@ -80,7 +80,8 @@ std::string KWinWindows::script(const std::string& trackerName) {
     return replaced(text, "@INTERFACE@", interface);
 }
 
-KWinWindows::KWinWindows(Bus& bus) : bus_(bus) {
+KWinWindows::KWinWindows(Bus& bus, std::unique_ptr<WaylandConnection> compositor)
+    : bus_(bus), compositor_(std::move(compositor)) {
     sd_bus_slot* slot = nullptr;
     if (sd_bus_add_object_vtable(bus_.get(), &slot, objectPath, interface, reportTable, this) >= 0) object_.reset(slot);
     ownerWatch_ = bus_.watchOwner(service, onOwnerChanged, this);
@@ -158,8 +159,16 @@ void KWinWindows::kwinChanged(const std::string& owner) {
     announceFrontChange();
 }
 
+std::optional<std::uint64_t> KWinWindows::idleMilliseconds() {
+    return compositor_ ? compositor_->idleMilliseconds() : std::nullopt;
+}
+
 WindowSourceState KWinWindows::state() const {
-    return {"kwin", std::string(L10n::text("KDE Plasma (script KWin)", "KDE Plasma (KWin script)")), problem_};
+    std::string idle = compositor_ ? compositor_->idleProtocol() : "";
+    return {"kwin",
+            std::string(L10n::text("KDE Plasma (script KWin) ; inactivité : ", "KDE Plasma (KWin script); idle: ")) +
+                (idle.empty() ? std::string(L10n::text("celle de la session", "the session's")) : idle),
+            problem_};
 }
 
 } // namespace ombrelo::platform

@@ -4,13 +4,15 @@
 // active window or its caption changes; it is loaded again when KWin restarts
 // and unloaded when the tracker stops. Reports are taken from KWin only.
 //
-// Idle time is the session's (the ScreenSaver interface Plasma serves).
+// Idle time comes from KWin's Wayland idle protocol where the session has a
+// Wayland connection, else from the ScreenSaver interface Plasma serves.
 //
 // Owned by the desktop back-end; main loop thread only.
 #pragma once
 
 #include "platform/linux/Bus.h"
 #include "platform/linux/ReportedWindows.h"
+#include "platform/linux/WaylandConnection.h"
 
 #include <filesystem>
 
@@ -18,12 +20,16 @@ namespace ombrelo::platform {
 
 class KWinWindows final : public ReportedWindows {
 public:
-    explicit KWinWindows(Bus& bus);
+    // `compositor`: KWin's Wayland connection, for idle time; may be null.
+    KWinWindows(Bus& bus, std::unique_ptr<WaylandConnection> compositor);
     ~KWinWindows() override;
     KWinWindows(const KWinWindows&) = delete;
     KWinWindows& operator=(const KWinWindows&) = delete;
 
     WindowSourceState state() const override;
+    std::optional<std::uint64_t> idleMilliseconds() override;
+    int fd() const override { return compositor_ ? compositor_->fd() : -1; }
+    bool dispatch() override { return !compositor_ || compositor_->dispatch(); }
 
     static constexpr const char* service = "org.kde.KWin";
     static constexpr const char* objectPath = "/fr/ombrelo/KWinWindows";
@@ -42,6 +48,7 @@ private:
     void unload();
 
     Bus& bus_;
+    std::unique_ptr<WaylandConnection> compositor_;
     Slot object_, ownerWatch_;
     std::optional<std::string> kwin_;  // KWin's connection, when present
     std::filesystem::path scriptFile_;

@@ -7,6 +7,8 @@
 #include "support/Fold.h"
 #include "support/Log.h"
 
+#include <cstdlib>
+
 namespace ombrelo::platform {
 
 namespace {
@@ -35,6 +37,16 @@ const char* nameOf(WindowBackend backend) {
     return "";
 }
 
+// KWin's Wayland connection, for its idle protocol; none outside its session.
+std::unique_ptr<WaylandConnection> idleConnection(const DesktopOptions& options) {
+    try {
+        return std::make_unique<WaylandConnection>(options.waylandDisplay);
+    } catch (const WaylandError& error) {
+        Log::get("capture")->info("Inactivité par Wayland indisponible : {}", error.what());
+        return nullptr;
+    }
+}
+
 std::unique_ptr<WindowSource> open(WindowBackend backend, const DesktopOptions& options, Bus* sessionBus,
                                    std::string& why) {
     switch (backend) {
@@ -60,7 +72,7 @@ std::unique_ptr<WindowSource> open(WindowBackend backend, const DesktopOptions& 
             why = "no session bus";
             break;
         }
-        if (backend == WindowBackend::kwin) return std::make_unique<KWinWindows>(*sessionBus);
+        if (backend == WindowBackend::kwin) return std::make_unique<KWinWindows>(*sessionBus, idleConnection(options));
         return std::make_unique<GnomeShellWindows>(*sessionBus);
     }
     return nullptr;
