@@ -10,7 +10,8 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev
   # real desktop pieces the capture tests drive
   xvfb openbox xdotool x11-utils dbus dbus-x11 sqlite3 tzdata locales
-  sway wtype
+  # Wayland compositors the capture tests run headless
+  sway wtype kwin-wayland gnome-shell
   # real readers of the exported files
   python3 python3-openpyxl unzip libxml2-utils
   # the browsers the window's and the extension's tests drive

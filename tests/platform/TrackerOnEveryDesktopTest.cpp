@@ -91,7 +91,7 @@ public:
 
 private:
     std::unique_ptr<SwaySession> sway_;
-    std::map<std::string, WaylandWindow> windows_;
+    std::map<std::string, SwayWindow> windows_;
 };
 
 class TrackerOnEveryDesktopTest : public ::testing::TestWithParam<std::string> {

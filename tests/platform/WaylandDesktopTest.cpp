@@ -19,7 +19,7 @@ namespace fs = std::filesystem;
 using testing::RecordingObserver;
 using testing::SwaySession;
 using testing::TempDir;
-using testing::WaylandWindow;
+using testing::SwayWindow;
 
 class WaylandDesktopTest : public ::testing::Test {
 protected:
@@ -57,7 +57,7 @@ protected:
 };
 
 TEST_F(WaylandDesktopTest, NamesTheWindowInFrontWithItsTitleAsSwayShowsThem) {
-    WaylandWindow editor(*sway, "org.example.Editor", "notes.txt (~/project) - Editor");
+    SwayWindow editor(*sway, "org.example.Editor", "notes.txt (~/project) - Editor");
     auto desktop = makeDesktop();
     EXPECT_EQ(desktop->windowSourceState().backend, "wlroots");
     EXPECT_EQ(desktop->windowSourceState().missing, std::nullopt);
@@ -76,7 +76,7 @@ TEST_F(WaylandDesktopTest, NamesTheWindowInFrontWithItsTitleAsSwayShowsThem) {
     EXPECT_EQ(desktop->windowTitle(*app), "Zoë — brouillon.txt");
 
     // An application without a .desktop file is named by its app_id.
-    WaylandWindow other(*sway, "Other", "Other window");
+    SwayWindow other(*sway, "Other", "Other window");
     testing::eventually([&] { return desktop->frontmostApp().has_value() && desktop->frontmostApp()->id == "other"; },
                         [&] { desktop->dispatchPending(); }, 5s);
     EXPECT_EQ(desktop->frontmostApp()->name, "Other");
@@ -85,8 +85,8 @@ TEST_F(WaylandDesktopTest, NamesTheWindowInFrontWithItsTitleAsSwayShowsThem) {
 }
 
 TEST_F(WaylandDesktopTest, ReportsEachSwitchOnceAndNothingOnAnEmptyWorkspace) {
-    WaylandWindow editor(*sway, "org.example.Editor", "Draft");
-    WaylandWindow other(*sway, "other", "Other window");
+    SwayWindow editor(*sway, "org.example.Editor", "Draft");
+    SwayWindow other(*sway, "other", "Other window");
     auto desktop = makeDesktop();
     RecordingObserver observer;
     desktop->subscribe(&observer);
@@ -110,7 +110,7 @@ TEST_F(WaylandDesktopTest, ReportsEachSwitchOnceAndNothingOnAnEmptyWorkspace) {
 }
 
 TEST_F(WaylandDesktopTest, IdleTimeGrowsWithoutInputAndFallsAtAKeyPress) {
-    WaylandWindow editor(*sway, "org.example.Editor", "Draft");
+    SwayWindow editor(*sway, "org.example.Editor", "Draft");
     auto desktop = makeDesktop();
     sway->pressKey();
     // The compositor says idle after a second without input, counted from the input.

@@ -1,5 +1,7 @@
 #include "platform/WaylandSession.h"
 
+#include "platform/linux/Bus.h"
+
 #include <nlohmann/json.hpp>
 
 #include <fstream>
@@ -76,53 +78,76 @@ void TestUser::own(const fs::path& path) const {
         for (const auto& entry : fs::recursive_directory_iterator(path)) hand(entry.path());
 }
 
+// ---- Compositors -------------------------------------------------------------------
+
+CompositorSession::CompositorSession() : runtime_(folder_ / "run") {
+    fs::create_directories(runtime_);
+    fs::permissions(runtime_, fs::perms::owner_all);
+}
+
+CompositorSession::~CompositorSession() {
+    if (compositor_) compositor_->stop(SIGTERM);
+}
+
+std::vector<std::string> CompositorSession::environment() const {
+    return {"XDG_RUNTIME_DIR=" + runtime_.string(), "WAYLAND_DISPLAY=" + display_};
+}
+
+void CompositorSession::launch(const std::vector<std::string>& argv, const std::vector<std::string>& environment,
+                               const std::function<bool()>& ready) {
+    TestUser::get().own(folder_.path());
+    compositor_ = std::make_unique<ChildProcess>(TestUser::get().wrap(argv), environment, folder_ / "compositor.log");
+    if (!eventually([&] { return compositor_->running() && ready(); }, {}, 30s))
+        throw std::runtime_error(argv[0] + " did not start: " + readFile(folder_ / "compositor.log"));
+}
+
+bool CompositorSession::foundSocket() {
+    for (const auto& entry : fs::directory_iterator(runtime_)) {
+        std::string name = entry.path().filename().string();
+        if (entry.is_socket() && name.rfind("wayland-", 0) == 0) display_ = name;
+    }
+    return !display_.empty();
+}
+
 std::unique_ptr<SwaySession> SwaySession::start(std::string& why) {
-    std::unique_ptr<SwaySession> session(new SwaySession());
     try {
-        const TestUser& user = TestUser::get();
-        session->runtime_ = session->folder_ / "run";
-        fs::create_directories(session->runtime_);
-        fs::permissions(session->runtime_, fs::perms::owner_all);
+        std::unique_ptr<SwaySession> session(new SwaySession());
         writeFile(session->folder_ / "config", "xwayland disable\noutput HEADLESS-1 resolution 800x600\n");
-        user.own(session->folder_.path());
         // The session's folder stands for a home; an inherited SWAYSOCK would
         // be where Sway listens.
-        session->sway_ = std::make_unique<ChildProcess>(
-            user.wrap({"env", "-u", "SWAYSOCK", "-u", "WAYLAND_DISPLAY", "-u", "DISPLAY",
-                       "HOME=" + session->folder_.path().string(), "sway", "-c",
-                       (session->folder_ / "config").string()}),
-            std::vector<std::string>{"XDG_RUNTIME_DIR=" + session->runtime_.string(), "WLR_BACKENDS=headless",
-                                     "WLR_RENDERER=pixman", "WLR_LIBINPUT_NO_DEVICES=1"},
-            session->folder_ / "sway.log");
+        session->launch({"env", "-u", "SWAYSOCK", "-u", "WAYLAND_DISPLAY", "-u", "DISPLAY",
+                         "HOME=" + session->folder_.path().string(), "sway", "-c",
+                         (session->folder_ / "config").string()},
+                        {"XDG_RUNTIME_DIR=" + session->runtime_.string(), "WLR_BACKENDS=headless",
+                         "WLR_RENDERER=pixman", "WLR_LIBINPUT_NO_DEVICES=1"},
+                        [&] {
+                            for (const auto& entry : fs::directory_iterator(session->runtime_))
+                                if (entry.path().filename().string().rfind("sway-ipc.", 0) == 0)
+                                    session->ipcSocket_ = entry.path().string();
+                            return session->foundSocket() && !session->ipcSocket_.empty() &&
+                                   session->focusedAppID().has_value();
+                        });
+        return session;
     } catch (const std::exception& error) {
         why = error.what();
         return nullptr;
     }
-    // Ready once its Wayland socket and its IPC socket are there.
-    bool ready = eventually(
-        [&] {
-            for (const auto& entry : fs::directory_iterator(session->runtime_)) {
-                std::string name = entry.path().filename().string();
-                if (!entry.is_socket()) continue;
-                if (name.rfind("wayland-", 0) == 0) session->display_ = name;
-                if (name.rfind("sway-ipc.", 0) == 0) session->ipcSocket_ = entry.path().string();
-            }
-            return !session->display_.empty() && !session->ipcSocket_.empty() && session->focusedAppID().has_value();
-        },
-        {}, 15s);
-    if (!ready) {
-        why = "sway did not start (is it installed?): " + readFile(session->folder_ / "sway.log");
-        return nullptr;
-    }
-    return session;
-}
-
-SwaySession::~SwaySession() {
-    if (sway_) sway_->stop(SIGTERM);
 }
 
 std::vector<std::string> SwaySession::environment() const {
-    return {"XDG_RUNTIME_DIR=" + runtime_.string(), "WAYLAND_DISPLAY=" + display_, "SWAYSOCK=" + ipcSocket_};
+    std::vector<std::string> list = CompositorSession::environment();
+    list.push_back("SWAYSOCK=" + ipcSocket_);
+    return list;
+}
+
+void SwaySession::waitForFront(const std::string& appID) const {
+    if (!eventually([&] { return focusedAppID() == appID; }, {}, 10s))
+        throw std::runtime_error("the window " + appID + " never came to the front");
+}
+
+void SwaySession::waitForTitle(const std::string& appID, const std::string& title) const {
+    if (!eventually([&] { return titleOf(appID) == title; }, {}, 10s))
+        throw std::runtime_error("the title of " + appID + " did not change");
 }
 
 bool SwaySession::command(const std::string& text) const {
@@ -157,33 +182,107 @@ void SwaySession::pressKey() const {
     runProgram(TestUser::get().wrap({"wtype", "-k", "Shift_L"}), environment());
 }
 
+std::unique_ptr<DesktopShellSession> DesktopShellSession::start(Shell shell, std::string& why) {
+    try {
+        std::unique_ptr<DesktopShellSession> session(new DesktopShellSession());
+        if (shell == Shell::kwin) session->startKWin();
+        else session->startGnomeShell();
+        return session;
+    } catch (const std::exception& error) {
+        why = error.what();
+        return nullptr;
+    }
+}
+
+std::vector<std::string> DesktopShellSession::environment() const {
+    std::vector<std::string> list = CompositorSession::environment();
+    list.push_back("DBUS_SESSION_BUS_ADDRESS=" + bus_.address());
+    return list;
+}
+
+int DesktopShellSession::run(const std::vector<std::string>& argv) const {
+    std::vector<std::string> env = environment();
+    env.insert(env.end(), settings_.begin(), settings_.end());
+    return runProgram(TestUser::get().wrap(argv), env);
+}
+
+bool DesktopShellSession::owned(const char* name) const {
+    try {
+        platform::Bus bus(bus_.address(), "test bus");
+        return bus.hasOwner(name);
+    } catch (const platform::BusError&) {
+        return false;
+    }
+}
+
+void DesktopShellSession::startKWin() {
+    // The packaged binary carries a file capability this sandbox may not grant;
+    // a copy without it runs. KWin wants its own name to find its Qt platform.
+    fs::path kwin = folder_ / "bin/kwin_wayland";
+    fs::create_directories(kwin.parent_path());
+    fs::copy_file("/usr/bin/kwin_wayland", kwin);
+    launch({"env", "-u", "WAYLAND_DISPLAY", "-u", "DISPLAY", "HOME=" + folder_.path().string(), kwin.string(),
+            "--virtual", "--no-lockscreen", "--socket", "wayland-kwin", "--width", "800", "--height", "600"},
+           {"XDG_RUNTIME_DIR=" + runtime_.string(), "DBUS_SESSION_BUS_ADDRESS=" + bus_.address(),
+            "KWIN_COMPOSE=Q"},
+           [&] { return foundSocket() && owned("org.kde.KWin"); });
+}
+
+void DesktopShellSession::startGnomeShell() {
+    fs::path home = folder_ / "home", config = folder_ / "config";
+    // Ours, as a user installs it, and one of the tests' that closes the
+    // overview GNOME Shell opens at start, which would keep new windows from
+    // the focus.
+    CommandResult installed = runOmbrelo(home, {"gnome-extension", "install"},
+                                         {"XDG_DATA_HOME=" + (home / ".local/share").string(),
+                                          "DBUS_SESSION_BUS_ADDRESS=" + bus_.address()});
+    if (installed.status != 0) throw std::runtime_error("gnome-extension install: " + installed.err);
+    writeFile(home / ".local/share/gnome-shell/extensions/overview@tests.ombrelo.fr/metadata.json",
+              R"({"uuid": "overview@tests.ombrelo.fr", "name": "No overview", "description": "Tests",)"
+              R"( "shell-version": ["42", "43", "44"]})");
+    writeFile(home / ".local/share/gnome-shell/extensions/overview@tests.ombrelo.fr/extension.js",
+              "const Main = imports.ui.main;\n"
+              "function init() {}\n"
+              "function enable() {\n"
+              "    Main.overview.hide();\n"
+              "    Main.layoutManager.connect('startup-complete', () => Main.overview.hide());\n"
+              "}\n"
+              "function disable() {}\n");
+    // Settings in a key file, for the shell and the session's programs: no
+    // dconf service on this bus.
+    writeFile(config / "glib-2.0/settings/keyfile",
+              "[org/gnome/shell]\nenabled-extensions=['ombrelo@ombrelo.fr', 'overview@tests.ombrelo.fr']\n");
+    settings_ = {"HOME=" + home.string(), "XDG_CONFIG_HOME=" + config.string(),
+                 "XDG_DATA_HOME=" + (home / ".local/share").string(), "GSETTINGS_BACKEND=keyfile"};
+    std::vector<std::string> command{"env", "-u", "WAYLAND_DISPLAY", "-u", "DISPLAY"};
+    command.insert(command.end(), settings_.begin(), settings_.end());
+    command.insert(command.end(), {"gnome-shell", "--headless", "--wayland", "--no-x11", "--virtual-monitor",
+                                   "800x600", "--wayland-display", "wayland-gnome"});
+    launch(command,
+           {"XDG_RUNTIME_DIR=" + runtime_.string(), "DBUS_SESSION_BUS_ADDRESS=" + bus_.address(),
+            "DBUS_SYSTEM_BUS_ADDRESS=" + bus_.address()},
+           [&] { return foundSocket() && owned("fr.ombrelo.Shell"); });
+}
+
 // ---- Windows ----------------------------------------------------------------------
 
-WaylandWindow::WaylandWindow(SwaySession& session, const std::string& appID, const std::string& title)
+WaylandWindow::WaylandWindow(CompositorSession& session, const std::string& appID, const std::string& title)
     : session_(session), appID_(appID), commands_(folder_ / "commands") {
     if (::mkfifo(commands_.c_str(), 0600) != 0) throw std::runtime_error("mkfifo failed");
     TestUser::get().own(folder_.path());
-    client_ = std::make_unique<ChildProcess>(TestUser::get().wrap({OMBRELO_WAYLAND_WINDOW, appID, title, commands_.string()}),
-                                             session_.environment(), folder_ / "client.log");
-    if (!eventually([&] { return session_.focusedAppID() == appID_; }, {}, 10s))
-        throw std::runtime_error("the window " + appID + " never came to the front: " +
-                                 readFile(folder_ / "client.log"));
+    client_ = std::make_unique<ChildProcess>(
+        TestUser::get().wrap({OMBRELO_WAYLAND_WINDOW, appID, title, commands_.string()}), session_.environment(),
+        folder_ / "client.log");
+    session_.waitForFront(appID_);
 }
 
 WaylandWindow::~WaylandWindow() {
     if (client_) client_->stop(SIGTERM);
 }
 
-void WaylandWindow::activate() {
-    session_.command("[app_id=\"" + appID_ + "\"] focus");
-    if (!eventually([&] { return session_.focusedAppID() == appID_; }, {}, 10s))
-        throw std::runtime_error("Sway did not focus " + appID_);
-}
-
 void WaylandWindow::setTitle(const std::string& title) {
     send("title " + title);
-    if (!eventually([&] { return session_.titleOf(appID_) == title; }, {}, 10s))
-        throw std::runtime_error("the title of " + appID_ + " did not change");
+    session_.waitForTitle(appID_, title);
 }
 
 void WaylandWindow::close() {
@@ -191,6 +290,11 @@ void WaylandWindow::close() {
     eventually([&] { return !client_->running(); }, {}, 10s);
     client_->stop(SIGTERM);
     client_.reset();
+}
+
+void SwayWindow::activate() {
+    sway_.command("[app_id=\"" + appID_ + "\"] focus");
+    sway_.waitForFront(appID_);
 }
 
 void WaylandWindow::send(const std::string& line) {

@@ -1,10 +1,12 @@
-// A real Wayland session for the tests: a headless Sway (pixman rendering, no
-// input devices), native windows made by a tiny xdg-shell client, wtype for
-// key presses. Sway refuses to run as root, and CI runs as root: there the
+// Real Wayland sessions for the tests, headless: Sway (pixman rendering, no
+// input devices), KWin (--virtual) and GNOME Shell (--headless) with our
+// extension, each with native windows made by a tiny xdg-shell client. Sway
+// and its family refuse to run as root, and CI runs as root: there the
 // compositor, its clients and the tracker under test run as an unprivileged
 // account the fixture makes once, in a runtime folder that account owns.
 #pragma once
 
+#include "platform/DesktopFixture.h"
 #include "testing/Processes.h"
 #include "testing/TestSupport.h"
 
@@ -30,17 +32,44 @@ private:
     unsigned uid_ = 0, gid_ = 0;
 };
 
-class SwaySession {
+// A compositor running for one test, stopped with the object.
+class CompositorSession {
+public:
+    virtual ~CompositorSession();
+
+    // What a client of this session needs: XDG_RUNTIME_DIR, WAYLAND_DISPLAY…
+    virtual std::vector<std::string> environment() const;
+    // The compositor's socket, as an absolute path.
+    std::string socket() const { return (runtime_ / display_).string(); }
+
+    // Waits, where the compositor can be asked, until a new window is in
+    // front or has its new title.
+    virtual void waitForFront(const std::string& appID) const { (void)appID; }
+    virtual void waitForTitle(const std::string& appID, const std::string& title) const { (void)appID, (void)title; }
+
+protected:
+    CompositorSession();
+    // Starts `argv` (run as the test account) and waits until `ready`; throws
+    // with the compositor's log when it does not come.
+    void launch(const std::vector<std::string>& argv, const std::vector<std::string>& environment,
+                const std::function<bool()>& ready);
+    // Finds the compositor's socket in the runtime folder.
+    bool foundSocket();
+
+    TempDir folder_;
+    std::filesystem::path runtime_;
+    std::string display_;
+    std::unique_ptr<ChildProcess> compositor_;
+};
+
+class SwaySession final : public CompositorSession {
 public:
     // Null when Sway cannot start here; `why` says why.
     static std::unique_ptr<SwaySession> start(std::string& why);
-    ~SwaySession();
 
-    // What a client of this session needs: XDG_RUNTIME_DIR, WAYLAND_DISPLAY, SWAYSOCK.
-    std::vector<std::string> environment() const;
-    // The compositor's socket, as an absolute path.
-    std::string socket() const { return (runtime_ / display_).string(); }
-    const std::filesystem::path& runtimeFolder() const { return runtime_; }
+    std::vector<std::string> environment() const override;
+    void waitForFront(const std::string& appID) const override;
+    void waitForTitle(const std::string& appID, const std::string& title) const override;
 
     // Runs a Sway command ("workspace 9"); false when Sway refused it.
     bool command(const std::string& text) const;
@@ -53,43 +82,74 @@ public:
     void pressKey() const;
 
 private:
-    SwaySession() = default;
     std::optional<std::string> tree() const;
+    std::string ipcSocket_;
+};
 
-    TempDir folder_;
-    std::filesystem::path runtime_;
-    std::string display_, ipcSocket_;
-    std::unique_ptr<ChildProcess> sway_;
+// KWin or GNOME Shell, with their own session bus (which also stands for the
+// system bus they ask for).
+class DesktopShellSession final : public CompositorSession {
+public:
+    enum class Shell { kwin, gnome };
+    // Null when the shell cannot start here; `why` says why.
+    static std::unique_ptr<DesktopShellSession> start(Shell shell, std::string& why);
+
+    std::vector<std::string> environment() const override;
+    const std::string& busAddress() const { return bus_.address(); }
+    // Runs a program of the session (gnome-extensions…) to its end; its status.
+    int run(const std::vector<std::string>& argv) const;
+
+private:
+    void startKWin();
+    void startGnomeShell();
+    bool owned(const char* name) const;
+
+    PrivateBus bus_;
+    std::vector<std::string> settings_;  // where the shell keeps its settings
 };
 
 // A native Wayland window, mapped when constructed (and then in front).
 class WaylandWindow {
 public:
-    WaylandWindow(SwaySession& session, const std::string& appID, const std::string& title);
+    WaylandWindow(CompositorSession& session, const std::string& appID, const std::string& title);
     ~WaylandWindow();
 
-    void activate();
     void setTitle(const std::string& title);
     void close();
 
 private:
     void send(const std::string& line);
 
-    SwaySession& session_;
+protected:
+    CompositorSession& session_;
     std::string appID_;
+
+private:
     TempDir folder_;
     std::filesystem::path commands_;
     std::unique_ptr<ChildProcess> client_;
 };
 
-// The Sway session of a test; without one the test is skipped, except in CI
-// (CI set), where a compositor that cannot start must fail the suite.
-#define OMBRELO_REQUIRE_SWAY(session)                                                                     \
+// A Sway window, which Sway can bring to the front.
+class SwayWindow final : public WaylandWindow {
+public:
+    SwayWindow(SwaySession& session, const std::string& appID, const std::string& title)
+        : WaylandWindow(session, appID, title), sway_(session) {}
+    void activate();
+
+private:
+    SwaySession& sway_;
+};
+
+// The session of a test; without one the test is skipped, except in CI (CI
+// set), where a compositor that cannot start must fail the suite.
+#define OMBRELO_REQUIRE_SESSION(session, starting)                                                        \
     do {                                                                                                  \
-        std::string whySwayFailed;                                                                        \
-        session = ::ombrelo::testing::SwaySession::start(whySwayFailed);                                  \
-        if (!session && std::getenv("CI")) FAIL() << "Sway cannot start: " << whySwayFailed;              \
-        if (!session) GTEST_SKIP() << "Sway cannot start here: " << whySwayFailed;                        \
+        std::string whyItFailed;                                                                          \
+        session = starting;                                                                               \
+        if (!session && std::getenv("CI")) FAIL() << "the compositor cannot start: " << whyItFailed;      \
+        if (!session) GTEST_SKIP() << "the compositor cannot start here: " << whyItFailed;                \
     } while (false)
+#define OMBRELO_REQUIRE_SWAY(session) OMBRELO_REQUIRE_SESSION(session, ::ombrelo::testing::SwaySession::start(whyItFailed))
 
 } // namespace ombrelo::testing

@@ -1,0 +1,131 @@
+// The desktop back-end under real KWin and GNOME Shell, run headless: the KWin
+// script and our GNOME Shell extension report each window that comes to the
+// front, its title, and nothing in front once the last window closes; idle
+// time comes from the shell.
+#include "platform/DesktopFixture.h"
+#include "platform/WaylandSession.h"
+#include "platform/linux/LinuxDesktop.h"
+#include "support/Preferences.h"
+
+#include <gtest/gtest.h>
+#include <thread>
+
+namespace ombrelo::platform {
+namespace {
+
+using namespace std::chrono_literals;
+using testing::DesktopShellSession;
+using testing::RecordingObserver;
+using testing::WaylandWindow;
+using Shell = DesktopShellSession::Shell;
+
+class DesktopShellsTest : public ::testing::TestWithParam<Shell> {
+protected:
+    void SetUp() override {
+        OMBRELO_REQUIRE_SESSION(shell, DesktopShellSession::start(GetParam(), whyItFailed));
+        testing::writeFile(dir / "applications/org.example.Editor.desktop",
+                           "[Desktop Entry]\nType=Application\nName=Editor\nExec=example-edit\n");
+        options.sessionType = "wayland";
+        options.currentDesktop = GetParam() == Shell::kwin ? "KDE" : "GNOME";
+        options.waylandDisplay = shell->socket();
+        options.sessionBus = shell->busAddress();
+        options.applicationFolders = {dir / "applications"};
+        options.locale = "en";
+        options.home = dir.path();
+        desktop = std::make_unique<LinuxDesktop>(options, preferences);
+        desktop->subscribe(&observer);
+    }
+
+    // Lets the desktop read its sources until the observer's last event is
+    // `last`; then shows every event.
+    void expectLast(const std::string& last) {
+        bool reached = testing::eventually(
+            [&] { return !observer.events.empty() && observer.events.back() == last; },
+            [&] { desktop->dispatchPending(); }, 10s);
+        std::string seen;
+        for (const std::string& event : observer.events) seen += event + "; ";
+        EXPECT_TRUE(reached) << "never came: " << last << "\nevents: " << seen;
+    }
+
+    std::unique_ptr<DesktopShellSession> shell;
+    testing::TempDir dir;
+    Preferences preferences{dir / "settings.json"};
+    DesktopOptions options;
+    std::unique_ptr<LinuxDesktop> desktop;
+    RecordingObserver observer;
+};
+
+TEST_P(DesktopShellsTest, FollowsTheWindowsInFrontAndTheirTitles) {
+    EXPECT_EQ(desktop->windowSourceState().backend, GetParam() == Shell::kwin ? "kwin" : "gnome");
+    EXPECT_EQ(desktop->windowSourceState().missing, std::nullopt);
+
+    std::optional<WaylandWindow> editor(std::in_place, *shell, "org.example.Editor", "Draft");
+    expectLast("activate org.example.editor");
+    std::optional<WaylandWindow> other(std::in_place, *shell, "other", "Other window");
+    expectLast("activate other");
+    std::optional<FrontApp> app = desktop->frontmostApp();
+    ASSERT_TRUE(app);
+    EXPECT_EQ(desktop->windowTitle(*app), "Other window");
+
+    // A new title is there at the next sample, and is no activation.
+    std::size_t events = observer.events.size();
+    other->setTitle("Other window, renamed");
+    testing::eventually([&] { return desktop->windowTitle(*app) == "Other window, renamed"; },
+                        [&] { desktop->dispatchPending(); }, 10s);
+    EXPECT_EQ(desktop->windowTitle(*app), "Other window, renamed");
+    EXPECT_EQ(observer.events.size(), events);
+
+    other->close();
+    expectLast("activate org.example.editor");
+    editor->close();
+    expectLast("nothing");
+
+    // No input at all in a headless session.
+    EXPECT_TRUE(testing::eventually([&] { return desktop->secondsSinceLastInput() >= 1.5; },
+                                    [&] { desktop->dispatchPending(); }, 10s))
+        << desktop->secondsSinceLastInput();
+}
+
+TEST_P(DesktopShellsTest, TheGnomeExtensionTurnedOffStopsCaptureAndSaysHowToTurnItOn) {
+    if (GetParam() != Shell::gnome) GTEST_SKIP() << "GNOME Shell's extension only";
+    WaylandWindow editor(*shell, "org.example.Editor", "Draft");
+    expectLast("activate org.example.editor");
+    ASSERT_EQ(shell->run({"gnome-extensions", "disable", "ombrelo@ombrelo.fr"}), 0);
+    expectLast("suspend wayland");
+    std::optional<std::string> missing = desktop->windowSourceState().missing;
+    ASSERT_TRUE(missing);
+    EXPECT_NE(missing->find("gnome-extensions enable ombrelo@ombrelo.fr"), std::string::npos) << *missing;
+
+    ASSERT_EQ(shell->run({"gnome-extensions", "enable", "ombrelo@ombrelo.fr"}), 0);
+    expectLast("activate org.example.editor");
+    EXPECT_EQ(desktop->windowSourceState().missing, std::nullopt);
+}
+
+TEST(DesktopShellsAbsentTest, AShellThatDoesNotReportSaysWhatIsMissingAndRecordsNothing) {
+    testing::PrivateBus bus;
+    testing::TempDir dir;
+    Preferences preferences{dir / "settings.json"};
+    for (const auto& [desktopName, expected] :
+         {std::pair{"KDE", "KWin does not answer"}, std::pair{"GNOME", "gnome-extensions enable ombrelo@ombrelo.fr"}}) {
+        DesktopOptions options;
+        options.sessionType = "wayland";
+        options.currentDesktop = desktopName;
+        options.waylandDisplay = (dir / "no-compositor").string();
+        options.sessionBus = bus.address();
+        options.locale = "en";
+        LinuxDesktop desktop(options, preferences);
+        std::optional<std::string> missing = desktop.windowSourceState().missing;
+        ASSERT_TRUE(missing) << desktopName;
+        EXPECT_NE(missing->find(expected), std::string::npos) << *missing;
+        RecordingObserver observer;
+        desktop.subscribe(&observer);
+        EXPECT_EQ(observer.events, std::vector<std::string>{"suspend wayland"});
+        EXPECT_EQ(desktop.frontmostApp(), std::nullopt);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Shells, DesktopShellsTest, ::testing::Values(Shell::kwin, Shell::gnome),
+                         [](const auto& info) { return info.param == Shell::kwin ? "KWin" : "GnomeShell"; });
+
+} // namespace
+} // namespace ombrelo::platform
