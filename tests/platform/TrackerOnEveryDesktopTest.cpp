@@ -1,8 +1,9 @@
 // `ombrelo run` drives the same session on every desktop back-end it can run
 // here, and must write the same rows: an application with its document, a
 // switch, a new title, idle time and the return from it, then nothing in
-// front. X11 is Xvfb with openbox; Wayland is a headless Sway, where the
-// tracker runs as the unprivileged account the compositor runs as.
+// front. X11 is Xvfb with openbox; Wayland is a headless Sway, KWin or GNOME
+// Shell, where the tracker runs as the unprivileged account the compositor
+// runs as.
 #include "platform/DesktopFixture.h"
 #include "platform/TrackerRows.h"
 #include "platform/WaylandSession.h"
@@ -94,6 +95,35 @@ private:
     std::map<std::string, SwayWindow> windows_;
 };
 
+// KWin or GNOME Shell: what a user does there is done from inside the shell.
+class ShellDesktop final : public SessionDesktop {
+public:
+    ShellDesktop(std::unique_ptr<DesktopShellSession> shell, std::string desktopName)
+        : shell_(std::move(shell)), desktopName_(std::move(desktopName)) {}
+    // The shell's bus first: the tracker reaches the shell there.
+    std::vector<std::string> environment() const override {
+        std::vector<std::string> list = shell_->environment();
+        list.insert(list.end(), {"XDG_SESSION_TYPE=wayland", "XDG_CURRENT_DESKTOP=" + desktopName_});
+        return list;
+    }
+    std::vector<std::string> wrap(std::vector<std::string> argv) const override {
+        return TestUser::get().wrap(std::move(argv));
+    }
+    void handOver(const fs::path& path) const override { TestUser::get().own(path); }
+    void open(const App& app, const std::string& title) override {
+        windows_.try_emplace(app.appID, *shell_, app.appID, title);
+    }
+    void activate(const App& app) override { shell_->activate(app.appID); }
+    void setTitle(const App& app, const std::string& title) override { windows_.at(app.appID).setTitle(title); }
+    void showNothing() override { shell_->minimizeAll(); }
+    void input() override { shell_->input(); }
+
+private:
+    std::unique_ptr<DesktopShellSession> shell_;
+    std::string desktopName_;
+    std::map<std::string, WaylandWindow> windows_;
+};
+
 class TrackerOnEveryDesktopTest : public ::testing::TestWithParam<std::string> {
 protected:
     void SetUp() override {
@@ -101,10 +131,17 @@ protected:
             XServer* server = nullptr;
             OMBRELO_REQUIRE_X(server);
             desktop = std::make_unique<X11Session>(*server);
-        } else {
+        } else if (GetParam() == "sway") {
             std::unique_ptr<SwaySession> sway;
             OMBRELO_REQUIRE_SWAY(sway);
             desktop = std::make_unique<SwayDesktop>(std::move(sway));
+        } else {
+            bool kwin = GetParam() == "kwin";
+            std::unique_ptr<DesktopShellSession> shell;
+            OMBRELO_REQUIRE_SESSION(shell, DesktopShellSession::start(kwin ? DesktopShellSession::Shell::kwin
+                                                                           : DesktopShellSession::Shell::gnome,
+                                                                      whyItFailed));
+            desktop = std::make_unique<ShellDesktop>(std::move(shell), kwin ? "KDE" : "GNOME");
         }
         writeFile(home / "share/applications/org.example.Editor.desktop",
                   "[Desktop Entry]\nType=Application\nName=Editor\nExec=example-edit\nStartupWMClass=ExampleEdit\n");
@@ -189,7 +226,7 @@ TEST_P(TrackerOnEveryDesktopTest, RecordsTheSameRowsForTheSameSession) {
     std::optional<std::string> status = programOutput(desktop->wrap({OMBRELO_BINARY, "status", "--json"}), quiet);
     ASSERT_TRUE(status) << readFile(home / "tracker.log");
     nlohmann::json source = nlohmann::json::parse(*status)["window_source"];
-    EXPECT_EQ(source["backend"], GetParam() == "x11" ? "x11" : "wlroots") << *status;
+    EXPECT_EQ(source["backend"], GetParam() == "sway" ? "wlroots" : GetParam()) << *status;
     EXPECT_TRUE(source["missing"].is_null()) << *status;
 
     // Nothing in front: the activity in progress ends there.
@@ -213,7 +250,7 @@ TEST_P(TrackerOnEveryDesktopTest, RecordsTheSameRowsForTheSameSession) {
     EXPECT_NEAR(list.back().end, nothingAt, 0.5);
 }
 
-INSTANTIATE_TEST_SUITE_P(Desktops, TrackerOnEveryDesktopTest, ::testing::Values("x11", "sway"),
+INSTANTIATE_TEST_SUITE_P(Desktops, TrackerOnEveryDesktopTest, ::testing::Values("x11", "sway", "kwin", "gnome"),
                          [](const auto& info) { return info.param; });
 
 } // namespace

@@ -39,6 +39,16 @@ const nlohmann::json* windowWithAppID(const nlohmann::json& node, const std::str
     return nullptr;
 }
 
+// What the tests' KWin script says is in front.
+int kwinReported(sd_bus_message* message, void* data, sd_bus_error*) {
+    const char *windowClass = nullptr, *caption = nullptr;
+    if (sd_bus_message_read(message, "ss", &windowClass, &caption) < 0) return -EINVAL;
+    auto* front = static_cast<std::pair<std::mutex, std::pair<std::string, std::string>>*>(data);
+    std::lock_guard lock(front->first);
+    front->second = {windowClass, caption};
+    return sd_bus_reply_method_return(message, "");
+}
+
 } // namespace
 
 const TestUser& TestUser::get() {
@@ -185,6 +195,7 @@ void SwaySession::pressKey() const {
 std::unique_ptr<DesktopShellSession> DesktopShellSession::start(Shell shell, std::string& why) {
     try {
         std::unique_ptr<DesktopShellSession> session(new DesktopShellSession());
+        session->shell_ = shell;
         if (shell == Shell::kwin) session->startKWin();
         else session->startGnomeShell();
         return session;
@@ -223,35 +234,45 @@ void DesktopShellSession::startKWin() {
     fs::copy_file("/usr/bin/kwin_wayland", kwin);
     launch({"env", "-u", "WAYLAND_DISPLAY", "-u", "DISPLAY", "HOME=" + folder_.path().string(), kwin.string(),
             "--virtual", "--no-lockscreen", "--socket", "wayland-kwin", "--width", "800", "--height", "600"},
+           // Fake input (the tests' hand on the mouse) is for trusted clients only.
            {"XDG_RUNTIME_DIR=" + runtime_.string(), "DBUS_SESSION_BUS_ADDRESS=" + bus_.address(),
-            "KWIN_COMPOSE=Q"},
-           [&] { return foundSocket() && owned("org.kde.KWin"); });
+            "KWIN_COMPOSE=Q", "KWIN_WAYLAND_NO_PERMISSION_CHECKS=1"},
+           [&] { return foundSocket() && scriptingReady(); });
+    followKWinsFront();
 }
 
 void DesktopShellSession::startGnomeShell() {
     fs::path home = folder_ / "home", config = folder_ / "config";
     // Ours, as a user installs it, and one of the tests' that closes the
-    // overview GNOME Shell opens at start, which would keep new windows from
-    // the focus.
+    // overview GNOME Shell opens at start (it would keep new windows from the
+    // focus) and runs the tests' code in the shell.
     CommandResult installed = runOmbrelo(home, {"gnome-extension", "install"},
                                          {"XDG_DATA_HOME=" + (home / ".local/share").string(),
                                           "DBUS_SESSION_BUS_ADDRESS=" + bus_.address()});
     if (installed.status != 0) throw std::runtime_error("gnome-extension install: " + installed.err);
-    writeFile(home / ".local/share/gnome-shell/extensions/overview@tests.ombrelo.fr/metadata.json",
-              R"({"uuid": "overview@tests.ombrelo.fr", "name": "No overview", "description": "Tests",)"
+    writeFile(home / ".local/share/gnome-shell/extensions/tests@tests.ombrelo.fr/metadata.json",
+              R"({"uuid": "tests@tests.ombrelo.fr", "name": "Ombrelo tests", "description": "Tests",)"
               R"( "shell-version": ["42", "43", "44"]})");
-    writeFile(home / ".local/share/gnome-shell/extensions/overview@tests.ombrelo.fr/extension.js",
+    writeFile(home / ".local/share/gnome-shell/extensions/tests@tests.ombrelo.fr/extension.js",
+              "const {Gio} = imports.gi;\n"
               "const Main = imports.ui.main;\n"
+              "const INTERFACE = '<node><interface name=\"tests.ombrelo.Shell\"><method name=\"Run\">'\n"
+              "    + '<arg type=\"s\" direction=\"in\" name=\"code\"/></method></interface></node>';\n"
+              "let exported = null;\n"
               "function init() {}\n"
               "function enable() {\n"
               "    Main.overview.hide();\n"
               "    Main.layoutManager.connect('startup-complete', () => Main.overview.hide());\n"
+              "    exported = Gio.DBusExportedObject.wrapJSObject(INTERFACE, {Run(code) { (0, eval)(code); }});\n"
+              "    exported.export(Gio.DBus.session, '/tests/ombrelo/Shell');\n"
+              "    Gio.bus_own_name_on_connection(Gio.DBus.session, 'tests.ombrelo.Shell',\n"
+              "        Gio.BusNameOwnerFlags.NONE, null, null);\n"
               "}\n"
               "function disable() {}\n");
     // Settings in a key file, for the shell and the session's programs: no
     // dconf service on this bus.
     writeFile(config / "glib-2.0/settings/keyfile",
-              "[org/gnome/shell]\nenabled-extensions=['ombrelo@ombrelo.fr', 'overview@tests.ombrelo.fr']\n");
+              "[org/gnome/shell]\nenabled-extensions=['ombrelo@ombrelo.fr', 'tests@tests.ombrelo.fr']\n");
     settings_ = {"HOME=" + home.string(), "XDG_CONFIG_HOME=" + config.string(),
                  "XDG_DATA_HOME=" + (home / ".local/share").string(), "GSETTINGS_BACKEND=keyfile"};
     std::vector<std::string> command{"env", "-u", "WAYLAND_DISPLAY", "-u", "DISPLAY"};
@@ -259,9 +280,144 @@ void DesktopShellSession::startGnomeShell() {
     command.insert(command.end(), {"gnome-shell", "--headless", "--wayland", "--no-x11", "--virtual-monitor",
                                    "800x600", "--wayland-display", "wayland-gnome"});
     launch(command,
+           // Resetting the idle time stands for input, which a headless shell has none of.
            {"XDG_RUNTIME_DIR=" + runtime_.string(), "DBUS_SESSION_BUS_ADDRESS=" + bus_.address(),
-            "DBUS_SYSTEM_BUS_ADDRESS=" + bus_.address()},
-           [&] { return foundSocket() && owned("fr.ombrelo.Shell"); });
+            "DBUS_SYSTEM_BUS_ADDRESS=" + bus_.address(), "MUTTER_DEBUG_RESET_IDLETIME=1"},
+           [&] { return foundSocket() && owned("fr.ombrelo.Shell") && owned("tests.ombrelo.Shell"); });
+}
+
+DesktopShellSession::~DesktopShellSession() {
+    // The probe's connection first: the shell's bus goes with the object.
+    probe_.reset();
+    if (compositor_) compositor_->stop(SIGTERM);
+    compositor_.reset();
+}
+
+// KWin takes its name on the bus before it serves scripting.
+bool DesktopShellSession::scriptingReady() const {
+    try {
+        platform::Bus bus(bus_.address(), "test bus");
+        bus.call("org.kde.KWin", "/Scripting", "org.kde.kwin.Scripting", "isScriptLoaded", "s", "none");
+        return true;
+    } catch (const platform::BusError&) {
+        return false;
+    }
+}
+
+void DesktopShellSession::followKWinsFront() {
+    kwinFront_ = std::make_shared<std::pair<std::mutex, std::pair<std::string, std::string>>>();
+    probe_ = std::make_unique<ServiceThread>(bus_.address());
+    static const sd_bus_vtable table[] = {SD_BUS_VTABLE_START(0),
+                                          SD_BUS_METHOD("Active", "ss", "", kwinReported, SD_BUS_VTABLE_UNPRIVILEGED),
+                                          SD_BUS_VTABLE_END};
+    probe_->run([&](sd_bus* bus) {
+        sd_bus_add_object_vtable(bus, nullptr, "/tests/ombrelo/Probe", "tests.ombrelo.Probe", table, kwinFront_.get());
+    });
+    probe_->own("tests.ombrelo.Probe");
+    runScript(R"js(
+function report() {
+    const w = workspace.activeWindow !== undefined ? workspace.activeWindow : workspace.activeClient;
+    callDBus("tests.ombrelo.Probe", "/tests/ombrelo/Probe", "tests.ombrelo.Probe", "Active",
+             w ? String(w.resourceClass) : "", w ? String(w.caption) : "");
+}
+let followed = null;
+function follow(w) {
+    if (followed) followed.captionChanged.disconnect(report);
+    followed = w || null;
+    if (followed) followed.captionChanged.connect(report);
+    report();
+}
+(workspace.windowActivated || workspace.clientActivated).connect(follow);
+follow(workspace.activeWindow !== undefined ? workspace.activeWindow : workspace.activeClient);
+)js",
+              true);
+}
+
+std::pair<std::string, std::string> DesktopShellSession::front() const {
+    if (shell_ == Shell::kwin) {
+        std::lock_guard lock(kwinFront_->first);
+        return kwinFront_->second;
+    }
+    try {
+        platform::Bus bus(bus_.address(), "test bus");
+        platform::Message reply = bus.call("fr.ombrelo.Shell", "/fr/ombrelo/Shell", "fr.ombrelo.Shell.Windows", "Front");
+        const char *window = nullptr, *app = nullptr, *windowClass = nullptr, *title = nullptr;
+        std::uint32_t pid = 0;
+        if (sd_bus_message_read(reply.get(), "ssssu", &window, &app, &windowClass, &title, &pid) > 0)
+            return {windowClass, title};
+    } catch (const platform::BusError&) {
+    }
+    return {};
+}
+
+void DesktopShellSession::waitForFront(const std::string& appID) const {
+    auto lower = [](std::string text) {
+        for (char& c : text) c = char(std::tolower(static_cast<unsigned char>(c)));
+        return text;
+    };
+    if (!eventually([&] { return lower(front().first) == lower(appID); }, {}, 10s))
+        throw std::runtime_error("the shell never put " + (appID.empty() ? "nothing" : appID) + " in front");
+}
+
+void DesktopShellSession::waitForTitle(const std::string& appID, const std::string& title) const {
+    if (!eventually([&] { return front().second == title; }, {}, 10s))
+        throw std::runtime_error("the title of " + appID + " did not change in the shell");
+}
+
+void DesktopShellSession::runScript(const std::string& code, bool keep) const {
+    platform::Bus bus(bus_.address(), "test bus");
+    if (shell_ == Shell::gnome) {
+        bus.call("tests.ombrelo.Shell", "/tests/ombrelo/Shell", "tests.ombrelo.Shell", "Run", "s", code.c_str());
+        return;
+    }
+    static int scripts = 0;
+    std::string name = "ombrelo-test-" + std::to_string(++scripts);
+    fs::path file = folder_ / (name + ".js");
+    writeFile(file, code);
+    TestUser::get().own(file);
+    platform::Message reply =
+        bus.call("org.kde.KWin", "/Scripting", "org.kde.kwin.Scripting", "loadScript", "ss", file.c_str(), name.c_str());
+    std::int32_t id = -1;
+    sd_bus_message_read(reply.get(), "i", &id);
+    bus.call("org.kde.KWin", ("/" + std::to_string(id)).c_str(), "org.kde.kwin.Script", "run");
+    if (!keep) bus.call("org.kde.KWin", "/Scripting", "org.kde.kwin.Scripting", "unloadScript", "s", name.c_str());
+}
+
+void DesktopShellSession::activate(const std::string& appID) const {
+    activateInShell(appID);
+    waitForFront(appID);
+}
+
+void DesktopShellSession::activateInShell(const std::string& appID) const {
+    if (shell_ == Shell::gnome)
+        runScript("for (const actor of global.get_window_actors()) { const w = actor.meta_window;"
+                  " if ((w.get_wm_class() || '').toLowerCase() === '" + appID + "'.toLowerCase())"
+                  " w.activate(global.get_current_time()); }");
+    else
+        runScript("const all = workspace.windowList ? workspace.windowList() : workspace.clientList();"
+                  "for (const w of all) if (String(w.resourceClass).toLowerCase() === '" + appID +
+                  "'.toLowerCase()) { if (workspace.activeWindow !== undefined) workspace.activeWindow = w;"
+                  " else workspace.activeClient = w; }");
+}
+
+void DesktopShellSession::minimizeAll() const {
+    if (shell_ == Shell::gnome)
+        runScript("for (const actor of global.get_window_actors()) actor.meta_window.minimize();");
+    else
+        runScript("const all = workspace.windowList ? workspace.windowList() : workspace.clientList();"
+                  "for (const w of all) w.minimized = true;");
+    waitForFront("");
+}
+
+void DesktopShellSession::input() const {
+    if (shell_ == Shell::gnome) {
+        platform::Bus bus(bus_.address(), "test bus");
+        bus.call("org.gnome.Mutter.IdleMonitor", "/org/gnome/Mutter/IdleMonitor/Core", "org.gnome.Mutter.IdleMonitor",
+                 "ResetIdletime");
+        return;
+    }
+    if (runProgram(TestUser::get().wrap({OMBRELO_WAYLAND_WINDOW, "--nudge"}), environment()) != 0)
+        throw std::runtime_error("KWin took no fake input");
 }
 
 // ---- Windows ----------------------------------------------------------------------

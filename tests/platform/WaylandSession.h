@@ -12,6 +12,7 @@
 
 #include <filesystem>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
@@ -94,17 +95,42 @@ public:
     // Null when the shell cannot start here; `why` says why.
     static std::unique_ptr<DesktopShellSession> start(Shell shell, std::string& why);
 
+    ~DesktopShellSession() override;
+
     std::vector<std::string> environment() const override;
+    void waitForFront(const std::string& appID) const override;
+    void waitForTitle(const std::string& appID, const std::string& title) const override;
     const std::string& busAddress() const { return bus_.address(); }
     // Runs a program of the session (gnome-extensions…) to its end; its status.
     int run(const std::vector<std::string>& argv) const;
 
+    // What a user would do, done from inside the shell.
+    void activate(const std::string& appID) const;
+    void minimizeAll() const;
+    // Input from a hand on the mouse, for idle time.
+    void input() const;
+
 private:
+    void activateInShell(const std::string& appID) const;
+    // Runs JavaScript inside the shell: as a KWin script (kept running when
+    // `keep`), or in GNOME Shell through the tests' own extension. Throws when
+    // the shell refuses it.
+    void runScript(const std::string& code, bool keep = false) const;
+    // The class (app_id) and title of the window in front as the shell sees
+    // it; empty when none.
+    std::pair<std::string, std::string> front() const;
+    // KWin's: a script of the tests reports it to a service of the tests.
+    void followKWinsFront();
+
     void startKWin();
     void startGnomeShell();
     bool owned(const char* name) const;
+    bool scriptingReady() const;
 
+    Shell shell_ = Shell::kwin;
     PrivateBus bus_;
+    std::unique_ptr<ServiceThread> probe_;
+    std::shared_ptr<std::pair<std::mutex, std::pair<std::string, std::string>>> kwinFront_;
     std::vector<std::string> settings_;  // where the shell keeps its settings
 };
 

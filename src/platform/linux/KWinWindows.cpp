@@ -14,6 +14,7 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr const char* scripting = "org.kde.kwin.Scripting";
+constexpr auto reloadDelay = std::chrono::seconds(2);
 
 // KWin 5 and 6 name the active window differently; identifiers may come as
 // byte arrays; every argument goes as a string, so the call's signature is
@@ -96,7 +97,18 @@ KWinWindows::~KWinWindows() {
     fs::remove(scriptFile_, ignored);
 }
 
+bool KWinWindows::dispatch() {
+    // KWin takes its name on the bus before it serves scripting: at login the
+    // first try may come too early.
+    if (problem_ && kwin_ && std::chrono::steady_clock::now() - lastLoad_ >= reloadDelay) {
+        load();
+        if (!problem_) announceFrontChange();
+    }
+    return !compositor_ || compositor_->dispatch();
+}
+
 void KWinWindows::load() {
+    lastLoad_ = std::chrono::steady_clock::now();
     if (!kwin_) {
         problem_ = std::string(L10n::text("KWin ne répond pas sur le bus de session", "KWin does not answer on the session bus"));
         return;

@@ -14,6 +14,7 @@
 #include "platform/linux/ReportedWindows.h"
 #include "platform/linux/WaylandConnection.h"
 
+#include <chrono>
 #include <filesystem>
 
 namespace ombrelo::platform {
@@ -29,7 +30,8 @@ public:
     WindowSourceState state() const override;
     std::optional<std::uint64_t> idleMilliseconds() override;
     int fd() const override { return compositor_ ? compositor_->fd() : -1; }
-    bool dispatch() override { return !compositor_ || compositor_->dispatch(); }
+    // Also loads the script again after a failure (a KWin still starting).
+    bool dispatch() override;
 
     static constexpr const char* service = "org.kde.KWin";
     static constexpr const char* objectPath = "/fr/ombrelo/KWinWindows";
@@ -53,6 +55,7 @@ private:
     std::optional<std::string> kwin_;  // KWin's connection, when present
     std::filesystem::path scriptFile_;
     std::optional<std::string> problem_;
+    std::chrono::steady_clock::time_point lastLoad_{};
 };
 
 } // namespace ombrelo::platform

@@ -1,9 +1,11 @@
 // A native Wayland window for the tests: an xdg toplevel with the app_id and
 // title given, drawn once in white. Lines read from the command FIFO change
 // its title ("title <text>") or close it ("close"); the compositor closing it
-// ends it too.
+// ends it too. With --nudge instead, it moves KWin's pointer a pixel through
+// KWin's fake input protocol, as a hand on the mouse would, and ends.
 //
 //   ombrelo-test-wayland-window APP_ID TITLE COMMAND_FIFO
+//   ombrelo-test-wayland-window --nudge
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -14,11 +16,14 @@
 #include <unistd.h>
 #include <wayland-client.h>
 
+#include "fake-input-client-protocol.h"
 #include "xdg-shell-client-protocol.h"
 
 namespace {
 
 struct Window {
+    wl_registry* registry = nullptr;
+    org_kde_kwin_fake_input* fakeInput = nullptr;
     wl_compositor* compositor = nullptr;
     wl_shm* shm = nullptr;
     xdg_wm_base* shell = nullptr;
@@ -55,6 +60,9 @@ const wl_registry_listener registryListener{
                 window->shm = static_cast<wl_shm*>(wl_registry_bind(registry, name, &wl_shm_interface, 1));
             else if (!std::strcmp(interface, xdg_wm_base_interface.name))
                 window->shell = static_cast<xdg_wm_base*>(wl_registry_bind(registry, name, &xdg_wm_base_interface, 1));
+            else if (!std::strcmp(interface, org_kde_kwin_fake_input_interface.name))
+                window->fakeInput = static_cast<org_kde_kwin_fake_input*>(
+                    wl_registry_bind(registry, name, &org_kde_kwin_fake_input_interface, 1));
         },
     .global_remove = [](void*, wl_registry*, uint32_t) {}};
 
@@ -85,9 +93,41 @@ bool obey(Window& window, const std::string& line) {
     return line != "close";
 }
 
+// The globals bound, let go before the connection ends.
+void release(wl_display* display, Window& window) {
+    if (window.buffer) wl_buffer_destroy(window.buffer);
+    if (window.fakeInput) org_kde_kwin_fake_input_destroy(window.fakeInput);
+    if (window.shell) xdg_wm_base_destroy(window.shell);
+    if (window.shm) wl_shm_destroy(window.shm);
+    if (window.compositor) wl_compositor_destroy(window.compositor);
+    wl_registry_destroy(window.registry);
+    wl_display_roundtrip(display);
+    wl_display_disconnect(display);
+}
+
+int nudge(wl_display* display, Window& window) {
+    if (!window.fakeInput) {
+        std::fprintf(stderr, "the compositor offers no org_kde_kwin_fake_input\n");
+        return 1;
+    }
+    org_kde_kwin_fake_input_authenticate(window.fakeInput, "Ombrelo tests", "input for idle time");
+    org_kde_kwin_fake_input_pointer_motion(window.fakeInput, wl_fixed_from_int(1), 0);
+    release(display, window);
+    return 0;
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
+    if (argc == 2 && std::string(argv[1]) == "--nudge") {
+        wl_display* display = wl_display_connect(nullptr);
+        if (!display) return 1;
+        Window window;
+        window.registry = wl_display_get_registry(display);
+        wl_registry_add_listener(window.registry, &registryListener, &window);
+        wl_display_roundtrip(display);
+        return nudge(display, window);
+    }
     if (argc != 4) {
         std::fprintf(stderr, "usage: %s APP_ID TITLE COMMAND_FIFO\n", argv[0]);
         return 2;
@@ -100,7 +140,8 @@ int main(int argc, char** argv) {
         return 1;
     }
     Window window;
-    wl_registry_add_listener(wl_display_get_registry(display), &registryListener, &window);
+    window.registry = wl_display_get_registry(display);
+    wl_registry_add_listener(window.registry, &registryListener, &window);
     wl_display_roundtrip(display);
     if (!window.compositor || !window.shm || !window.shell) {
         std::fprintf(stderr, "the compositor lacks wl_compositor, wl_shm or xdg_wm_base\n");
@@ -138,7 +179,6 @@ int main(int argc, char** argv) {
     xdg_toplevel_destroy(window.toplevel);
     xdg_surface_destroy(surface);
     wl_surface_destroy(window.surface);
-    wl_display_roundtrip(display);
-    wl_display_disconnect(display);
+    release(display, window);
     return 0;
 }
