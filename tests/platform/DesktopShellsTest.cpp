@@ -1,7 +1,6 @@
-// The desktop back-end under real KWin and GNOME Shell, run headless: the KWin
-// script and our GNOME Shell extension report each window that comes to the
-// front, its title, and nothing in front once the last window closes; idle
-// time comes from the shell.
+// The desktop back-end under real KWin and GNOME Shell, run headless, beyond
+// what the tracker's session on every desktop shows: the front as windows
+// open and close, idle time, and what a shell that does not report says.
 #include "platform/DesktopFixture.h"
 #include "platform/WaylandSession.h"
 #include "platform/linux/LinuxDesktop.h"
@@ -71,7 +70,7 @@ protected:
     }
 };
 
-TEST_P(DesktopShellsTest, FollowsTheWindowsInFrontAndTheirTitles) {
+TEST_P(DesktopShellsTest, FollowsTheFrontAsWindowsOpenAndClose) {
     EXPECT_EQ(desktop->windowSourceState().backend, GetParam() == Shell::kwin ? "kwin" : "gnome");
     EXPECT_EQ(desktop->windowSourceState().missing, std::nullopt);
 
@@ -79,22 +78,21 @@ TEST_P(DesktopShellsTest, FollowsTheWindowsInFrontAndTheirTitles) {
     expectLast("activate org.example.editor");
     std::optional<WaylandWindow> other(std::in_place, *shell, "other", "Other window");
     expectLast("activate other");
-    std::optional<FrontApp> app = desktop->frontmostApp();
-    ASSERT_TRUE(app);
-    EXPECT_EQ(desktop->windowTitle(*app), "Other window");
-
-    // A new title is there at the next sample, and is no activation.
-    std::size_t events = observer.events.size();
+    // A new title is no activation.
     other->setTitle("Other window, renamed");
-    testing::eventually([&] { return desktop->windowTitle(*app) == "Other window, renamed"; },
-                        [&] { desktop->dispatchPending(); }, 10s);
-    EXPECT_EQ(desktop->windowTitle(*app), "Other window, renamed");
-    EXPECT_EQ(observer.events.size(), events);
-
+    desktop->dispatchPending();
     other->close();
     expectLast("activate org.example.editor");
     editor->close();
     expectLast("nothing");
+    // Each switch once, and the title no activation. (KWin says no window is
+    // active before it activates the next, which the back-end takes as one
+    // switch when both reports come together: not a promise of the protocol.)
+    std::vector<std::string> activations;
+    for (const std::string& event : observer.events)
+        if (event != "nothing") activations.push_back(event);
+    EXPECT_EQ(activations, (std::vector<std::string>{"activate org.example.editor", "activate other",
+                                                     "activate org.example.editor"}));
 
     // No input at all in a headless session.
     EXPECT_TRUE(testing::eventually([&] { return desktop->secondsSinceLastInput() >= 1.5; },
@@ -140,7 +138,7 @@ TEST(DesktopShellsAbsentTest, AShellThatDoesNotReportSaysWhatIsMissingAndRecords
 }
 
 INSTANTIATE_TEST_SUITE_P(Shells, DesktopShellsTest, ::testing::Values(Shell::kwin, Shell::gnome),
-                         [](const auto& info) { return info.param == Shell::kwin ? "KWin" : "GnomeShell"; });
+                         [](const auto& test) { return test.param == Shell::kwin ? "KWin" : "GnomeShell"; });
 
 } // namespace
 } // namespace ombrelo::platform

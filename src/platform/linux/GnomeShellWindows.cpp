@@ -61,11 +61,12 @@ void GnomeShellWindows::extensionChanged(const std::string& owner) {
     if (owner.empty()) {
         extension_.reset();
         forget();
+        announceNow();
         return;
     }
     extension_ = owner;
     ask();
-    announceFrontChange();
+    announceNow();
 }
 
 WindowSourceState GnomeShellWindows::state() const {

@@ -102,7 +102,7 @@ bool KWinWindows::dispatch() {
     // first try may come too early.
     if (problem_ && kwin_ && std::chrono::steady_clock::now() - lastLoad_ >= reloadDelay) {
         load();
-        if (!problem_) announceFrontChange();
+        if (!problem_) announceNow();
     }
     return !compositor_ || compositor_->dispatch();
 }
@@ -164,11 +164,12 @@ void KWinWindows::kwinChanged(const std::string& owner) {
         kwin_.reset();
         problem_ = std::string(L10n::text("KWin a quitté le bus de session", "KWin left the session bus"));
         forget();
+        announceNow();
         return;
     }
     kwin_ = owner;
     load();
-    announceFrontChange();
+    announceNow();
 }
 
 std::optional<std::uint64_t> KWinWindows::idleMilliseconds() {

@@ -324,6 +324,7 @@ void LinuxDesktop::dispatchPending() {
         processBus(parts.systemBus);
         processBus(parts.sessionBus);
     }
+    parts.windows->settle();
 }
 
 void LinuxDesktop::attach(asio::io_context& io) {

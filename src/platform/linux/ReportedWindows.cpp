@@ -13,15 +13,28 @@ std::optional<FrontWindow> ReportedWindows::front() {
     return FrontWindow{owner, title};
 }
 
-void ReportedWindows::take(const WindowReport& report) {
-    bool another = !report_ || report_->window != report.window || report_->desktopID != report.desktopID ||
-                   report_->windowClass != report.windowClass || report_->pid != report.pid;
-    report_ = report;
-    if (another) announceFrontChange();
+namespace {
+
+bool sameWindow(const std::optional<WindowReport>& a, const std::optional<WindowReport>& b) {
+    if (!a || !b) return !a && !b;
+    return a->window == b->window && a->desktopID == b->desktopID && a->windowClass == b->windowClass &&
+           a->pid == b->pid;
 }
 
-void ReportedWindows::forget() {
-    report_.reset();
+} // namespace
+
+void ReportedWindows::take(const WindowReport& report) { report_ = report; }
+
+void ReportedWindows::forget() { report_.reset(); }
+
+void ReportedWindows::announceNow() {
+    announced_ = report_;
+    announceFrontChange();
+}
+
+void ReportedWindows::settle() {
+    if (sameWindow(report_, announced_)) return;
+    announced_ = report_;
     announceFrontChange();
 }
 

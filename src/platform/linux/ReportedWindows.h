@@ -21,17 +21,23 @@ struct WindowReport {
 class ReportedWindows : public WindowSource {
 public:
     std::optional<FrontWindow> front() override;
+    // A switch may come as two reports, none in front then the new window:
+    // only where the reports ended is announced.
+    void settle() override;
 
 protected:
-    // Takes a report in: another window (or none) in front is announced, a new
-    // title is kept for the next sample.
+    // Takes a report in: another window (or none) in front is announced when
+    // the reports settle, a new title is kept for the next sample.
     void take(const WindowReport& report);
-    // Forgets the window in front (the reporter went away), announcing it.
+    // Forgets the window in front (the reporter went away).
     void forget();
-    bool hasReport() const { return report_.has_value(); }
+    // Announces at once, for a change the reports do not show: the reporter
+    // going or coming back.
+    void announceNow();
 
 private:
     std::optional<WindowReport> report_;
+    std::optional<WindowReport> announced_;
 };
 
 } // namespace ombrelo::platform

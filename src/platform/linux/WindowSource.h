@@ -40,6 +40,9 @@ public:
     // the connection is lost.
     virtual int fd() const { return -1; }
     virtual bool dispatch() { return true; }
+    // Called once everything received has been handled: a source that gathers
+    // changes announces them there, once.
+    virtual void settle() {}
 
     // Set by the back-end: called when another window (or none) came to the
     // front, or when the source lost or regained its sight. Title changes are
