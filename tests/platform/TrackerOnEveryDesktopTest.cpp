@@ -251,7 +251,7 @@ TEST_P(TrackerOnEveryDesktopTest, RecordsTheSameRowsForTheSameSession) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Desktops, TrackerOnEveryDesktopTest, ::testing::Values("x11", "sway", "kwin", "gnome"),
-                         [](const auto& info) { return info.param; });
+                         [](const auto& test) { return test.param; });
 
 } // namespace
 } // namespace ombrelo::testing

@@ -1,6 +1,7 @@
 #include "platform/WaylandSession.h"
 
 #include "platform/linux/Bus.h"
+#include "platform/linux/KWinWindows.h"
 
 #include <nlohmann/json.hpp>
 
@@ -39,10 +40,11 @@ const nlohmann::json* windowWithAppID(const nlohmann::json& node, const std::str
     return nullptr;
 }
 
-// What the tests' KWin script says is in front.
+// What KWin says is in front, to the tests' probe.
 int kwinReported(sd_bus_message* message, void* data, sd_bus_error*) {
-    const char *windowClass = nullptr, *caption = nullptr;
-    if (sd_bus_message_read(message, "ss", &windowClass, &caption) < 0) return -EINVAL;
+    const char *window = nullptr, *desktopFile = nullptr, *windowClass = nullptr, *caption = nullptr, *pid = nullptr;
+    if (sd_bus_message_read(message, "sssss", &window, &desktopFile, &windowClass, &caption, &pid) < 0)
+        return -EINVAL;
     auto* front = static_cast<std::pair<std::mutex, std::pair<std::string, std::string>>*>(data);
     std::lock_guard lock(front->first);
     front->second = {windowClass, caption};
@@ -308,29 +310,15 @@ void DesktopShellSession::followKWinsFront() {
     kwinFront_ = std::make_shared<std::pair<std::mutex, std::pair<std::string, std::string>>>();
     probe_ = std::make_unique<ServiceThread>(bus_.address());
     static const sd_bus_vtable table[] = {SD_BUS_VTABLE_START(0),
-                                          SD_BUS_METHOD("Active", "ss", "", kwinReported, SD_BUS_VTABLE_UNPRIVILEGED),
+                                          SD_BUS_METHOD("Front", "sssss", "", kwinReported, SD_BUS_VTABLE_UNPRIVILEGED),
                                           SD_BUS_VTABLE_END};
     probe_->run([&](sd_bus* bus) {
-        sd_bus_add_object_vtable(bus, nullptr, "/tests/ombrelo/Probe", "tests.ombrelo.Probe", table, kwinFront_.get());
+        sd_bus_add_object_vtable(bus, nullptr, platform::KWinWindows::objectPath, platform::KWinWindows::interface,
+                                 table, kwinFront_.get());
     });
     probe_->own("tests.ombrelo.Probe");
-    runScript(R"js(
-function report() {
-    const w = workspace.activeWindow !== undefined ? workspace.activeWindow : workspace.activeClient;
-    callDBus("tests.ombrelo.Probe", "/tests/ombrelo/Probe", "tests.ombrelo.Probe", "Active",
-             w ? String(w.resourceClass) : "", w ? String(w.caption) : "");
-}
-let followed = null;
-function follow(w) {
-    if (followed) followed.captionChanged.disconnect(report);
-    followed = w || null;
-    if (followed) followed.captionChanged.connect(report);
-    report();
-}
-(workspace.windowActivated || workspace.clientActivated).connect(follow);
-follow(workspace.activeWindow !== undefined ? workspace.activeWindow : workspace.activeClient);
-)js",
-              true);
+    // The tracker's own script, reporting to the probe instead.
+    runScript(platform::KWinWindows::script("tests.ombrelo.Probe"), true);
 }
 
 std::pair<std::string, std::string> DesktopShellSession::front() const {

@@ -119,7 +119,7 @@ private:
     // The class (app_id) and title of the window in front as the shell sees
     // it; empty when none.
     std::pair<std::string, std::string> front() const;
-    // KWin's: a script of the tests reports it to a service of the tests.
+    // KWin's: a script reports it to a probe of the tests.
     void followKWinsFront();
 
     void startKWin();
