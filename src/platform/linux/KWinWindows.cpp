@@ -121,11 +121,11 @@ void KWinWindows::load() {
         std::int32_t id = -1;
         sd_bus_message_read(reply.get(), "i", &id);
         if (id < 0) throw BusError("loadScript: KWin refused the script", -EINVAL);
-        // KWin 5.27 and later serve each script under /Scripting/Script<id>; earlier ones under /<id>.
+        // KWin 5 serves each script under /<id>, KWin 6 under /Scripting/Script<id>.
         try {
-            bus_.call(service, ("/Scripting/Script" + std::to_string(id)).c_str(), "org.kde.kwin.Script", "run");
-        } catch (const BusError&) {
             bus_.call(service, ("/" + std::to_string(id)).c_str(), "org.kde.kwin.Script", "run");
+        } catch (const BusError&) {
+            bus_.call(service, ("/Scripting/Script" + std::to_string(id)).c_str(), "org.kde.kwin.Script", "run");
         }
         problem_.reset();
         Log::get("capture")->info("Script KWin chargé ({})", scriptFile_.string());
