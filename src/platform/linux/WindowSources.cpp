@@ -61,6 +61,12 @@ std::unique_ptr<WindowSource> open(WindowBackend backend, const DesktopOptions& 
         try {
             auto source = std::make_unique<WlrootsWindows>(options.waylandDisplay);
             if (source->seesWindows()) return source;
+            // A session that does not say its desktop: KWin and GNOME Shell
+            // show themselves by globals of their own.
+            if (sessionBus && source->offers("org_kde_plasma_shell"))
+                return open(WindowBackend::kwin, options, sessionBus, why);
+            if (sessionBus && source->offers("gtk_shell1"))
+                return open(WindowBackend::gnome, options, sessionBus, why);
             why = "the compositor offers no zwlr_foreign_toplevel_manager_v1";
         } catch (const WaylandError& error) {
             why = error.what();

@@ -2,7 +2,8 @@
 // Wayland sessions have their compositor's: GNOME Shell through our extension,
 // KWin through a script, the wlroots family through its foreign toplevel
 // protocol; another compositor leaves XWayland, which sees its own windows only.
-// $OMBRELO_WINDOWS names one by hand.
+// The desktop is the one $XDG_CURRENT_DESKTOP names, else the one the
+// compositor's globals show. $OMBRELO_WINDOWS names a source by hand.
 #pragma once
 
 #include "platform/linux/LinuxDesktop.h"

@@ -95,6 +95,11 @@ WlrootsWindows::~WlrootsWindows() {
     }
 }
 
+bool WlrootsWindows::offers(std::string_view global) const {
+    const std::vector<std::string>& globals = connection_->globals();
+    return std::find(globals.begin(), globals.end(), global) != globals.end();
+}
+
 void WlrootsWindows::toplevelAnnounced(zwlr_foreign_toplevel_handle_v1* handle) {
     auto toplevel = std::make_unique<Toplevel>(this, handle);
     zwlr_foreign_toplevel_handle_v1_add_listener(handle, &toplevelListener, toplevel.get());

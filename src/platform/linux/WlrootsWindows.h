@@ -10,6 +10,7 @@
 #include "platform/linux/WindowSource.h"
 
 #include <memory>
+#include <string_view>
 #include <vector>
 
 struct zwlr_foreign_toplevel_manager_v1;
@@ -29,6 +30,8 @@ public:
     // Whether the compositor tells which window is in front; without, this
     // source is of no use.
     bool seesWindows() const { return manager_ != nullptr; }
+    // Whether the compositor advertises that global, to tell which it is.
+    bool offers(std::string_view global) const;
 
     std::optional<FrontWindow> front() override;
     WindowSourceState state() const override;
