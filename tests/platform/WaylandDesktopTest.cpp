@@ -95,9 +95,12 @@ TEST(WindowSourcesTest, EachSessionGetsItsCompositorsSource) {
     EXPECT_EQ(backends("wayland", "Hyprland"), (std::vector{wlroots, x11}));
     // "GNOME-Flashback" and the like are not GNOME Shell's Wayland session.
     EXPECT_EQ(backends("wayland", "GNOME-Flashback:Unity"), (std::vector{wlroots, x11}));
-    // A source chosen by hand wins; an X display in a Wayland-less session is X11.
+    // A source chosen by hand wins. Where the session type is unsaid (a
+    // systemd user unit), a Wayland socket makes it Wayland, XWayland or not.
     EXPECT_EQ(backends("wayland", "GNOME", "x11"), std::vector{x11});
-    EXPECT_EQ(backends("", "", "", "wayland-1"), std::vector{x11});
+    EXPECT_EQ(backends("", "", "", "wayland-1"), (std::vector{wlroots, x11}));
+    EXPECT_EQ(backends("", "KDE", "", "wayland-0"), std::vector{kwin});
+    EXPECT_EQ(backends("", "KDE"), std::vector{x11});
 
     DesktopOptions wrong;
     wrong.windowSource = "mutter";

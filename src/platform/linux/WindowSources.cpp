@@ -7,18 +7,16 @@
 #include "support/Fold.h"
 #include "support/Log.h"
 
-#include <cstdlib>
-
 namespace ombrelo::platform {
 
 namespace {
 
 bool isWaylandSession(const DesktopOptions& options) {
-    if (options.sessionType == "wayland") return true;
-    // Started outside a login session (a terminal in a nested compositor): the
-    // compositor's socket tells, unless an X display is there too.
-    return options.sessionType.empty() && !options.waylandDisplay.empty() && options.display.empty() &&
-           !std::getenv("DISPLAY");
+    // Started outside the login session (a systemd user unit, a nested
+    // compositor's terminal), the session type is unsaid: a compositor's socket
+    // tells, whatever XWayland's DISPLAY says.
+    if (options.sessionType.empty()) return !options.waylandDisplay.empty();
+    return options.sessionType == "wayland";
 }
 
 bool desktopIs(const DesktopOptions& options, std::string_view name) {
