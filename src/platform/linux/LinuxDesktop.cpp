@@ -11,11 +11,9 @@
 #include "platform/linux/SessionServices.h"
 #include "platform/linux/WindowSources.h"
 #include "support/Browsers.h"
-#include "support/L10n.h"
 #include "support/Log.h"
 
 #include <asio.hpp>
-#include <cstdlib>
 #include <functional>
 
 namespace ombrelo::platform {
@@ -26,11 +24,6 @@ namespace {
 
 // Why capture stops while the window in front cannot be seen.
 constexpr const char* unseenWindow = "wayland";
-
-std::string environment(const char* name) {
-    const char* value = std::getenv(name);
-    return value ? value : "";
-}
 
 const char* reasonFor(Logind::Event event) {
     switch (event) {
@@ -89,22 +82,6 @@ private:
 };
 
 } // namespace
-
-DesktopOptions DesktopOptions::fromEnvironment() {
-    DesktopOptions options;
-    options.systemBus = Bus::addressFromEnvironment(Bus::Kind::system);
-    options.sessionBus = Bus::addressFromEnvironment(Bus::Kind::session);
-    if (std::string id = environment("XDG_SESSION_ID"); !id.empty()) options.sessionID = id;
-    options.applicationFolders = DesktopEntries::defaultFolders();
-    options.locale = nameLocale(L10n::language());
-    options.waylandDisplay = environment("WAYLAND_DISPLAY");
-    options.sessionType = environment("XDG_SESSION_TYPE");
-    options.currentDesktop = environment("XDG_CURRENT_DESKTOP");
-    options.windowSource = environment("OMBRELO_WINDOWS");
-    options.home = environment("HOME");
-    options.requireSessionBus = true;
-    return options;
-}
 
 struct LinuxDesktop::Parts {
     Parts(const DesktopOptions& options, const Preferences& preferences)

@@ -6,7 +6,7 @@
 // compositor's globals show. $OMBRELO_WINDOWS names a source by hand.
 #pragma once
 
-#include "platform/linux/LinuxDesktop.h"
+#include "platform/linux/DesktopOptions.h"
 #include "platform/linux/WindowSource.h"
 
 #include <memory>
