@@ -110,9 +110,7 @@ json desktopState(const json&, Controls& controls) {
     std::optional<WindowSourceState> state = controls.windowSource();
     if (!state) return failure("no window source in this process");
     json answer = ok;
-    answer["window_source"] = {{"backend", state->backend},
-                               {"description", state->description},
-                               {"missing", state->missing ? json(*state->missing) : json(nullptr)}};
+    answer["window_source"] = windowSourceJSON(*state);
     return answer;
 }
 
@@ -149,6 +147,19 @@ const std::map<std::string, Handler, std::less<>>& handlers() {
 } // namespace
 
 json failure(std::string_view message) { return {{"ok", false}, {"error", message}}; }
+
+json windowSourceJSON(const WindowSourceState& state) {
+    return {{"backend", state.backend},
+            {"description", state.description},
+            {"missing", state.missing ? json(*state.missing) : json(nullptr)}};
+}
+
+std::optional<WindowSourceState> windowSourceFromJSON(const json& object) {
+    if (!object.is_object() || !object.contains("backend") || !object["backend"].is_string()) return std::nullopt;
+    WindowSourceState state{object["backend"], object.value("description", ""), std::nullopt};
+    if (object.contains("missing") && object["missing"].is_string()) state.missing = object["missing"];
+    return state;
+}
 
 json perform(const json& request, Controls& controls) {
     if (!request.is_object())

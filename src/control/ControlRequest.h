@@ -21,6 +21,7 @@
 //   {"command": "browser-blur", "pid": 4242, "at": …}   no window of that browser has the focus
 //   {"command": "browser-gone", "pid": 4242}             that browser closed, or its extension stopped
 //   {"command": "browser-state"}    answer: "last_page_report", seconds since 1970 or null
+//   {"command": "desktop-state"}    answer: "window_source": {"backend", "description", "missing"}
 //
 // Answer: {"ok": true}, with "page" for a link that opened one, or
 // {"ok": false, "error": "…"} (the reason in the tracker's language).
@@ -31,6 +32,7 @@
 #include <nlohmann/json.hpp>
 
 #include <cstddef>
+#include <optional>
 #include <string_view>
 
 namespace ombrelo::ControlRequest {
@@ -43,5 +45,9 @@ nlohmann::json perform(const nlohmann::json& request, Controls& controls);
 nlohmann::json perform(std::string_view line, Controls& controls);
 
 nlohmann::json failure(std::string_view message);
+
+// A window source's state as the answers and `ombrelo status --json` carry it.
+nlohmann::json windowSourceJSON(const WindowSourceState& state);
+std::optional<WindowSourceState> windowSourceFromJSON(const nlohmann::json& object);
 
 } // namespace ombrelo::ControlRequest

@@ -6,6 +6,7 @@
 #include "app/commands/BackupCommands.h"
 #include "app/commands/TimeModel.h"
 #include "agent/MCPService.h"
+#include "control/ControlRequest.h"
 #include "control/ControlSocket.h"
 #include "control/Controls.h"
 #include "support/L10n.h"
@@ -62,11 +63,8 @@ std::optional<Instant> askLastPageReport(Session& session) {
 std::optional<WindowSourceState> askWindowSource(Session& session) {
     try {
         auto answer = ControlClient::send(controlSocketFor(session.databasePath()), {{"command", "desktop-state"}});
-        if (!answer || !(*answer)["window_source"].is_object()) return std::nullopt;
-        const nlohmann::json& state = (*answer)["window_source"];
-        WindowSourceState result{state.value("backend", ""), state.value("description", ""), std::nullopt};
-        if (state["missing"].is_string()) result.missing = state["missing"];
-        return result;
+        if (!answer || !answer->contains("window_source")) return std::nullopt;
+        return ControlRequest::windowSourceFromJSON((*answer)["window_source"]);
     } catch (const std::exception&) {
         return std::nullopt;
     }
@@ -146,11 +144,7 @@ void render(const StatusReport& report, bool asJSON) {
             {"sites_seen", report.lastPageReport.has_value()},
             {"last_page_report", optionalTime(report.lastPageReport)},
             {"window_source",
-             report.windows ? nlohmann::json{{"backend", report.windows->backend},
-                                             {"description", report.windows->description},
-                                             {"missing", report.windows->missing ? nlohmann::json(*report.windows->missing)
-                                                                                 : nlohmann::json(nullptr)}}
-                            : nlohmann::json(nullptr)}};
+             report.windows ? ControlRequest::windowSourceJSON(*report.windows) : nlohmann::json(nullptr)}};
         document.update(backupStatusJSON(report.backups, report.now));
         return output::json(document);
     }
