@@ -70,39 +70,16 @@ private:
     std::map<std::string, TestWindow> windows_;
 };
 
-class SwayDesktop final : public SessionDesktop {
+// A Wayland session: the compositor, its windows and the tracker run as the
+// test account; the session's variables name the desktop.
+template <typename Session, typename Window>
+class WaylandDesktop : public SessionDesktop {
 public:
-    explicit SwayDesktop(std::unique_ptr<SwaySession> sway) : sway_(std::move(sway)) {}
+    WaylandDesktop(std::unique_ptr<Session> session, std::string desktopName)
+        : session_(std::move(session)), desktopName_(std::move(desktopName)) {}
+    // The session's entries first: its bus, where there is one, is the tracker's.
     std::vector<std::string> environment() const override {
-        std::vector<std::string> list = sway_->environment();
-        list.insert(list.end(), {"XDG_SESSION_TYPE=wayland", "XDG_CURRENT_DESKTOP=sway"});
-        return list;
-    }
-    std::vector<std::string> wrap(std::vector<std::string> argv) const override {
-        return TestUser::get().wrap(std::move(argv));
-    }
-    void handOver(const fs::path& path) const override { TestUser::get().own(path); }
-    void open(const App& app, const std::string& title) override {
-        windows_.try_emplace(app.appID, *sway_, app.appID, title);
-    }
-    void activate(const App& app) override { windows_.at(app.appID).activate(); }
-    void setTitle(const App& app, const std::string& title) override { windows_.at(app.appID).setTitle(title); }
-    void showNothing() override { sway_->command("workspace 9"); }
-    void input() override { sway_->pressKey(); }
-
-private:
-    std::unique_ptr<SwaySession> sway_;
-    std::map<std::string, SwayWindow> windows_;
-};
-
-// KWin or GNOME Shell: what a user does there is done from inside the shell.
-class ShellDesktop final : public SessionDesktop {
-public:
-    ShellDesktop(std::unique_ptr<DesktopShellSession> shell, std::string desktopName)
-        : shell_(std::move(shell)), desktopName_(std::move(desktopName)) {}
-    // The shell's bus first: the tracker reaches the shell there.
-    std::vector<std::string> environment() const override {
-        std::vector<std::string> list = shell_->environment();
+        std::vector<std::string> list = session_->environment();
         list.insert(list.end(), {"XDG_SESSION_TYPE=wayland", "XDG_CURRENT_DESKTOP=" + desktopName_});
         return list;
     }
@@ -111,17 +88,31 @@ public:
     }
     void handOver(const fs::path& path) const override { TestUser::get().own(path); }
     void open(const App& app, const std::string& title) override {
-        windows_.try_emplace(app.appID, *shell_, app.appID, title);
+        windows_.try_emplace(app.appID, *session_, app.appID, title);
     }
-    void activate(const App& app) override { shell_->activate(app.appID); }
     void setTitle(const App& app, const std::string& title) override { windows_.at(app.appID).setTitle(title); }
-    void showNothing() override { shell_->minimizeAll(); }
-    void input() override { shell_->input(); }
 
-private:
-    std::unique_ptr<DesktopShellSession> shell_;
+protected:
+    std::unique_ptr<Session> session_;
     std::string desktopName_;
-    std::map<std::string, WaylandWindow> windows_;
+    std::map<std::string, Window> windows_;
+};
+
+class SwayDesktop final : public WaylandDesktop<SwaySession, SwayWindow> {
+public:
+    explicit SwayDesktop(std::unique_ptr<SwaySession> sway) : WaylandDesktop(std::move(sway), "sway") {}
+    void activate(const App& app) override { windows_.at(app.appID).activate(); }
+    void showNothing() override { session_->command("workspace 9"); }
+    void input() override { session_->pressKey(); }
+};
+
+// KWin or GNOME Shell: what a user does there is done from inside the shell.
+class ShellDesktop final : public WaylandDesktop<DesktopShellSession, WaylandWindow> {
+public:
+    using WaylandDesktop::WaylandDesktop;
+    void activate(const App& app) override { session_->activate(app.appID); }
+    void showNothing() override { session_->minimizeAll(); }
+    void input() override { session_->input(); }
 };
 
 class TrackerOnEveryDesktopTest : public ::testing::TestWithParam<std::string> {

@@ -195,7 +195,9 @@ std::optional<std::string> LinuxDesktop::windowTitle(const FrontApp& app) {
 std::optional<std::string> LinuxDesktop::documentPath(const FrontApp& app) {
     Parts& parts = *parts_;
     if (isBrowser(app.id)) return std::nullopt;
-    std::optional<std::string> title = windowTitle(app);
+    // The sample has just read the title of the window in front: no second reading.
+    std::optional<std::string> title = parts.frontApp && *parts.frontApp == app ? parts.frontWindow->title
+                                                                                 : windowTitle(app);
     std::optional<fs::path> path;
     if (parts.applications.isTerminal(app.id)) {
         if (app.pid) path = parts.processes.terminalWorkingDirectory(*app.pid);

@@ -35,6 +35,12 @@ const char* nameOf(WindowBackend backend) {
     return "";
 }
 
+std::optional<WindowBackend> windowBackendNamed(const std::string& name) {
+    for (WindowBackend backend : {WindowBackend::x11, WindowBackend::wlroots, WindowBackend::kwin, WindowBackend::gnome})
+        if (name == nameOf(backend)) return backend;
+    return std::nullopt;
+}
+
 // KWin's Wayland connection, for its idle protocol; none outside its session.
 std::unique_ptr<WaylandConnection> idleConnection(const DesktopOptions& options) {
     try {
@@ -83,12 +89,6 @@ std::unique_ptr<WindowSource> open(WindowBackend backend, const DesktopOptions& 
 }
 
 } // namespace
-
-std::optional<WindowBackend> windowBackendNamed(const std::string& name) {
-    for (WindowBackend backend : {WindowBackend::x11, WindowBackend::wlroots, WindowBackend::kwin, WindowBackend::gnome})
-        if (name == nameOf(backend)) return backend;
-    return std::nullopt;
-}
 
 std::vector<WindowBackend> windowBackendsFor(const DesktopOptions& options) {
     if (auto chosen = windowBackendNamed(options.windowSource)) return {*chosen};

@@ -20,8 +20,6 @@ class Bus;
 
 enum class WindowBackend { x11, wlroots, kwin, gnome };
 
-std::optional<WindowBackend> windowBackendNamed(const std::string& name);
-
 // The back-ends to try for a session, in order.
 std::vector<WindowBackend> windowBackendsFor(const DesktopOptions& options);
 

@@ -25,9 +25,6 @@ public:
     int fd() const override { return display_.fd(); }
     bool dispatch() override;
 
-    // What the fixtures of the X11 tests need.
-    X11Display& display() { return display_; }
-
 private:
     X11Display display_;
     const bool underWayland_;
